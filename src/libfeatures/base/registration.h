@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "libfeatures/features_export.h"
+
+/// The library's own plug-ins and their keys. A host calls these once at start-up, before it
+/// creates anything by name; the library never does. Calling one again changes nothing, except that
+/// a key which a host has given to a plug-in of its own goes back to the library's.
+namespace marlo {
+
+FEATURES_EXPORT void registerMainFeatureDetectors();
+FEATURES_EXPORT void registerMainDescriptorExtractors();
+FEATURES_EXPORT void registerMainDescriptorMatchers();
+
+/// | key     | class                   |
+/// |---------|-------------------------|
+/// | TOP     | KeypointSelectorTop     |
+/// | Default | KeypointSelectorDefault |
+FEATURES_EXPORT void registerMainKeypointSelectors();
+
+/// | key     | class            |
+/// |---------|------------------|
+/// | Default | DefaultTransform |
+FEATURES_EXPORT void registerMainTransforms();
+
+}  // namespace marlo

@@ -1,0 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+/// Marks what libfeatures makes visible; everything else in the library is hidden.
+#define FEATURES_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <QString>
+#include <memory>
+#include <vector>
+
+#include "libfeatures/base/d_match.h"
+#include "libfeatures/features_export.h"
+#include "support/desc_mat.h"
+
+namespace marlo {
+
+/// Pairs the rows of two descriptor matrices of the same form. The order of the virtual functions
+/// is part of the interface. Use an object from one thread at a time; clone() gives an independent
+/// one for another thread.
+class FEATURES_EXPORT IDescriptorMatcher {
+public:
+    virtual ~IDescriptorMatcher();
+
+    /// A new matcher of the same class with the same parameters.
+    [[nodiscard]] virtual std::unique_ptr<IDescriptorMatcher> clone() const = 0;
+    /// Matches rows of `query` to rows of `train`.
+    [[nodiscard]] virtual std::vector<DMatch> match(const DescMat& query,
+                                                    const DescMat& train) const = 0;
+    /// The processing kernel that the last match() used ("CPU SSE", "CPU SSE generic", "CPU ARM",
+    /// "CPU Float", a device), or an empty text.
+    [[nodiscard]] virtual QString kernelName() const = 0;
+
+protected:
+    IDescriptorMatcher() = default;
+    IDescriptorMatcher(const IDescriptorMatcher&) = default;
+    IDescriptorMatcher& operator=(const IDescriptorMatcher&) = default;
+};
+
+}  // namespace marlo

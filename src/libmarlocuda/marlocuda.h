@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "libmarlocuda/marlocuda_export.h"
+
+/// The GPU processing library: the entry points that libfeatures hands its GPU work to.
+///
+/// Every variant of the library (with or without a GPU) has exactly these symbols, so a host never
+/// needs to know which one is installed. Every `mlc...` function that returns an `int` returns a
+/// status: 0 for success, anything else for failure. After a failure no output has been written.
+///
+/// Images are row-major, `rows` x `cols` floats without padding between rows; all pointers are
+/// host memory, owned by the caller, and are not kept after the call.
+
+namespace marlo {
+
+struct Keypoint;
+
+namespace cuda {
+
+/// Whether this variant of the library can process on a GPU at all. Cheap; false in the variant
+/// that was built without GPU support.
+MARLOCUDA_EXPORT bool isFeatureAvailable();
+
+/// Whether at least one GPU can be used for processing at this moment. Only meaningful when
+/// isFeatureAvailable() is true.
+MARLOCUDA_EXPORT bool gpusAvailableForProcessing();
+
+/// Replaces `description` by a short text for people: the GPU in use, or why there is none.
+MARLOCUDA_EXPORT void getActiveDeviceString(std::string& description);
+
+}  // namespace cuda
+}  // namespace marlo
+
+extern "C" {
+
+/// The largest number of keypoints that mlcDetectLdah() can write for an image of this size: the
+/// number of records its caller must provide. A count, not a status; 0 where no GPU is usable.
+MARLOCUDA_EXPORT std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t rows, std::uint64_t cols);
+
+/// Detects scale-space extrema with their orientations.
+/// `keypoints` has room for mlcMaximumKeypointsLDAH(rows, cols) records of 24 bytes (x, y, scale,
+/// angle, response as floats at offsets 0 to 16, octave and layer as bytes at 20 and 21), in
+/// pixels of the given image. `*count` is set to 0 by the caller and receives the number written.
+/// Status 1 or 2: not enough GPU resources; any other non-zero status: processing error.
+MARLOCUDA_EXPORT int mlcDetectLdah(const float* data, std::uint64_t rows, std::uint64_t cols,
+                                   marlo::Keypoint* keypoints, std::uint64_t* count);
+
+/// Gradient magnitude and direction (radians, [-pi, pi]) of every pixel. Both outputs are
+/// `rows` x `cols`.
+MARLOCUDA_EXPORT int mlcGradient(const float* src, std::uint64_t rows, std::uint64_t cols,
+                                 float* magnitude, float* orientation);
+
+/// Blurs an image in place with an isotropic Gaussian of standard deviation `sigma` pixels.
+MARLOCUDA_EXPORT int mlcGaussianFilter(float* data, std::uint64_t rows, std::uint64_t cols,
+                                       double sigma);
+
+/// Gradient images of the scale space, for the descriptor.
+/// `magnitudes` and `orientations` each hold 12 pointers, octave-major over 3 octaves of 4 levels.
+/// Level 0 entries are null; the image of octave o, level 1 to 3 is (rows >> o) x (cols >> o).
+/// `lastOctave` is 2, `initialSigma` 1.6 and `levelsPerOctave` 4.
+/// Status 2: not enough GPU resources; any other non-zero status: processing error.
+MARLOCUDA_EXPORT int mlcGradientPyramid(const float* image, std::uint64_t rows, std::uint64_t cols,
+                                        float** magnitudes, float** orientations, int lastOctave,
+                                        double initialSigma, int levelsPerOctave);
+
+/// For every query row the nearest train row by Hamming distance, that distance, and the
+/// second-smallest distance. Ties go to the lowest train row; a second row at the same distance
+/// is the second-nearest. Rows are `rowBytes` bytes long and stored without padding; each output
+/// has `queryRows` entries that the caller has set to 0.
+MARLOCUDA_EXPORT int mlcHammingDistance(const void* queryData, int queryRows, const void* trainData,
+                                        int trainRows, unsigned int* bestIndex,
+                                        unsigned int* bestDistance, unsigned int* secondDistance,
+                                        std::size_t rowBytes);
+
+}  // extern "C"

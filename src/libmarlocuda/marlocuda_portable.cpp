@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "libmarlocuda/marlocuda.h"
+
+namespace {
+
+// A processing error, never "not enough resources" (1 and 2): more memory would not help.
+constexpr int kNoGpuSupport = 3;
+
+}  // namespace
+
+namespace marlo::cuda {
+
+bool isFeatureAvailable() {
+    return false;
+}
+
+bool gpusAvailableForProcessing() {
+    return false;
+}
+
+void getActiveDeviceString(std::string& description) {
+    description = "no GPU: libmarlocuda was built without GPU support";
+}
+
+}  // namespace marlo::cuda
+
+std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t /*rows*/, std::uint64_t /*cols*/) {
+    return 0;
+}
+
+int mlcDetectLdah(const float* /*data*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
+                  marlo::Keypoint* /*keypoints*/, std::uint64_t* /*count*/) {
+    return kNoGpuSupport;
+}
+
+int mlcGradient(const float* /*src*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
+                float* /*magnitude*/, float* /*orientation*/) {
+    return kNoGpuSupport;
+}
+
+int mlcGaussianFilter(float* /*data*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
+                      double /*sigma*/) {
+    return kNoGpuSupport;
+}
+
+int mlcGradientPyramid(const float* /*image*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
+                       float** /*magnitudes*/, float** /*orientations*/, int /*lastOctave*/,
+                       double /*initialSigma*/, int /*levelsPerOctave*/) {
+    return kNoGpuSupport;
+}
+
+int mlcHammingDistance(const void* /*queryData*/, int /*queryRows*/, const void* /*trainData*/,
+                       int /*trainRows*/, unsigned int* /*bestIndex*/,
+                       unsigned int* /*bestDistance*/, unsigned int* /*secondDistance*/,
+                       std::size_t /*rowBytes*/) {
+    return kNoGpuSupport;
+}

@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Hosts and plug-ins are compiled against these layouts: where a virtual function sits in its class
+// and where a field sits in its record. A failure here means that what was built before no longer
+// fits, not that the test wants adjusting.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+#include "libfeatures/base/d_match.h"
+#include "libfeatures/base/features_controller.h"
+#include "libfeatures/base/keypoint.h"
+#include "libfeatures/transforms/default_transform.h"
+#include "utilities/hand_written_plug_ins.h"
+
+namespace marlo {
+namespace {
+
+using test::AnmsLikeSelector;
+using test::DetectorAndExtractor;
+using test::DiagonalMatcher;
+using test::Journal;
+using test::PlainDetector;
+using test::PlainSelector;
+using test::ScaledExtractor;
+
+// The virtual table slot that a pointer to a virtual member function names (Itanium C++ ABI, 2.3;
+// ARM keeps the "virtual" mark in the second word). Slots 0 and 1 are the complete and the deleting
+// destructor, so the first function after a destructor is in slot 2.
+template <typename MemberFunction>
+std::ptrdiff_t slotOf(MemberFunction function) {
+    std::array<std::ptrdiff_t, 2> words{};
+    static_assert(sizeof(function) == sizeof(words));
+    std::memcpy(words.data(), &function, sizeof(words));
+    constexpr auto kSlotSize = static_cast<std::ptrdiff_t>(sizeof(void*));
+#if defined(__aarch64__)
+    EXPECT_EQ(words[1] & 1, 1) << "not a virtual function";
+    return words[0] / kSlotSize;
+#else
+    EXPECT_EQ(words[0] & 1, 1) << "not a virtual function";
+    return (words[0] - 1) / kSlotSize;
+#endif
+}
+
+// How many slots a class has: the slot of the first function that a derived class adds.
+template <typename Class>
+struct WithOneMore : Class {
+    using Class::Class;
+    virtual void oneMore();
+};
+template <typename Class>
+void WithOneMore<Class>::oneMore() {}
+
+template <typename Class>
+std::ptrdiff_t slotCount() {
+    return slotOf(&WithOneMore<Class>::oneMore);
+}
+
+// Calls a destructor through its slot.
+void callDestructor(void* object, std::size_t slot) {
+    void** vtable = nullptr;
+    std::memcpy(&vtable, object, sizeof(vtable));
+    void (*destructor)(void*) = nullptr;
+    std::memcpy(&destructor, vtable + slot, sizeof(destructor));
+    destructor(object);
+}
+
+// Whether slot 0 destroys and slot 1 destroys and frees (which the address sanitizer watches).
+template <typename Implementation, typename Interface, typename... Arguments>
+void expectDestructorsInTheFirstTwoSlots(Arguments&&... arguments) {
+    static int destroyed = 0;
+    struct Counting : Implementation {
+        using Implementation::Implementation;
+        ~Counting() { ++destroyed; }
+    };
+    destroyed = 0;
+    Interface* const freed = new Counting(arguments...);
+    callDestructor(freed, 1);
+    EXPECT_EQ(destroyed, 1);
+
+    alignas(Counting) std::array<unsigned char, sizeof(Counting)> storage{};
+    Interface* const inPlace = new (storage.data()) Counting(arguments...);
+    callDestructor(inPlace, 0);
+    EXPECT_EQ(destroyed, 2);
+}
+
+template <typename Record, typename Field>
+std::ptrdiff_t offsetIn(const Record& record, const Field& field) {
+    return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&record);
+}
+
+TEST(SlotOrderTest, IKeypointDetector) {
+    using I = IKeypointDetector;
+    expectDestructorsInTheFirstTwoSlots<PlainDetector, I>();
+    EXPECT_EQ(slotOf(&I::clone), 2);
+    EXPECT_EQ(slotOf(&I::hasOrientations), 3);
+    EXPECT_EQ(slotOf(&I::supportsIntImages), 4);
+    EXPECT_EQ(slotOf(&I::supportsFloatImages), 5);
+    EXPECT_EQ(slotOf<void (I::*)(const ByteImage&, std::vector<Keypoint>&)>(&I::detect), 6);
+    EXPECT_EQ(slotOf<void (I::*)(const FloatImage&, std::vector<Keypoint>&)>(&I::detect), 7);
+    EXPECT_EQ(slotCount<I>(), 8);
+}
+
+TEST(SlotOrderTest, IDescriptorExtractor) {
+    using I = IDescriptorExtractor;
+    Journal journal;
+    expectDestructorsInTheFirstTwoSlots<ScaledExtractor, I>("", journal);
+    EXPECT_EQ(slotOf(&I::cloneExtractor), 2);
+    EXPECT_EQ(slotOf<void (I::*)(const ByteImage&, std::vector<Keypoint>&, DescMat&)>(&I::compute),
+              3);
+    EXPECT_EQ(slotOf<void (I::*)(const FloatImage&, std::vector<Keypoint>&, DescMat&)>(&I::compute),
+              4);
+    EXPECT_EQ(slotCount<I>(), 5);
+}
+
+TEST(SlotOrderTest, IKeypointSelector) {
+    using I = IKeypointSelector;
+    Journal journal;
+    expectDestructorsInTheFirstTwoSlots<PlainSelector, I>("", journal);
+    EXPECT_EQ(slotOf(&I::clone), 2);
+    EXPECT_EQ(slotOf(&I::setNumberOfKeypoints), 3);
+    EXPECT_EQ(slotOf(&I::select), 4);
+    EXPECT_EQ(slotOf(&I::selectIndices), 5);
+    EXPECT_EQ(slotCount<I>(), 6);
+}
+
+TEST(SlotOrderTest, ITransform) {
+    using I = ITransform;
+    expectDestructorsInTheFirstTwoSlots<DefaultTransform, I>();
+    EXPECT_EQ(slotOf<const ByteImage& (I::*)(const ByteImage&)>(&I::transformImage), 2);
+    EXPECT_EQ(slotOf<const FloatImage& (I::*)(const FloatImage&)>(&I::transformImage), 3);
+    EXPECT_EQ(slotOf(&I::transformKeypointsBack), 4);
+    EXPECT_EQ(slotCount<I>(), 5);
+}
+
+TEST(SlotOrderTest, IDescriptorMatcher) {
+    using I = IDescriptorMatcher;
+    expectDestructorsInTheFirstTwoSlots<DiagonalMatcher, I>();
+    EXPECT_EQ(slotOf(&I::clone), 2);
+    EXPECT_EQ(slotOf(&I::match), 3);
+    EXPECT_EQ(slotOf(&I::kernelName), 4);
+    EXPECT_EQ(slotCount<I>(), 5);
+}
+
+TEST(SlotOrderTest, SiftLdahBaseParams) {
+    struct Parameters : SiftLdahBaseParams {};
+    expectDestructorsInTheFirstTwoSlots<Parameters, SiftLdahBaseParams>();
+    EXPECT_EQ(slotOf(&SiftLdahBaseParams::setParams), 2);
+    EXPECT_EQ(slotCount<SiftLdahBaseParams>(), 3);
+}
+
+TEST(SlotOrderTest, DescMatcherDistFracBase) {
+    using B = DescMatcherDistFracBase;
+    struct Parameters : B {};
+    expectDestructorsInTheFirstTwoSlots<Parameters, B>();
+    EXPECT_EQ(slotOf<void (B::*)(unsigned int, float)>(&B::setParams), 2);
+    EXPECT_EQ(slotOf<void (B::*)(float, float)>(&B::setParams), 3);
+    EXPECT_EQ(slotCount<B>(), 4);
+}
+
+TEST(SlotOrderTest, SelectorParameterBlocksHaveNoVirtualFunctions) {
+    EXPECT_FALSE(std::is_polymorphic_v<KeypointSelectorAnmsBase>);
+    EXPECT_FALSE(std::is_polymorphic_v<KeypointSelectorSdcBase>);
+}
+
+TEST(RecordLayoutTest, Keypoint) {
+    EXPECT_EQ(offsetof(Keypoint, x), 0U);
+    EXPECT_EQ(offsetof(Keypoint, y), 4U);
+    EXPECT_EQ(offsetof(Keypoint, scale), 8U);
+    EXPECT_EQ(offsetof(Keypoint, angle), 12U);
+    EXPECT_EQ(offsetof(Keypoint, response), 16U);
+    EXPECT_EQ(offsetof(Keypoint, octave), 20U);
+    EXPECT_EQ(offsetof(Keypoint, layer), 21U);
+    EXPECT_EQ(sizeof(Keypoint), 24U);
+}
+
+TEST(RecordLayoutTest, DMatch) {
+    EXPECT_EQ(offsetof(DMatch, queryIndex), 0U);
+    EXPECT_EQ(offsetof(DMatch, trainIndex), 4U);
+    EXPECT_EQ(offsetof(DMatch, distance), 8U);
+    EXPECT_EQ(sizeof(DMatch), 12U);
+}
+
+TEST(RecordLayoutTest, DescMat) {
+    const DescMat matrix;
+    EXPECT_EQ(offsetIn(matrix, matrix.rows), 0);
+    EXPECT_EQ(offsetIn(matrix, matrix.cols), 4);
+    EXPECT_EQ(offsetIn(matrix, matrix.data), 8);
+    EXPECT_EQ(offsetIn(matrix, matrix.step), 16);
+    EXPECT_EQ(sizeof(DescMat), 32U);
+}
+
+TEST(RecordLayoutTest, SiftLdahBaseParams) {
+    const struct : SiftLdahBaseParams {
+    } params;
+    EXPECT_EQ(offsetIn(params, params.imageScale), 8);
+    EXPECT_EQ(offsetIn(params, params.useSift), 12);
+    EXPECT_EQ(sizeof(SiftLdahBaseParams), 16U);
+}
+
+TEST(RecordLayoutTest, DescMatcherDistFracBase) {
+    const struct : DescMatcherDistFracBase {
+    } params;
+    EXPECT_EQ(offsetIn(params, params.maxHammingDistance), 8);
+    EXPECT_EQ(offsetIn(params, params.maxDistance), 12);
+    EXPECT_EQ(offsetIn(params, params.distanceFraction), 16);
+    EXPECT_EQ(sizeof(DescMatcherDistFracBase), 24U + sizeof(QString));
+}
+
+TEST(RecordLayoutTest, FeaturesControllerIsOnePointer) {
+    EXPECT_EQ(sizeof(FeaturesController), sizeof(void*));
+}
+
+}  // namespace
+}  // namespace marlo

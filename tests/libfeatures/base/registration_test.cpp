@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "libfeatures/base/registration.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <typeinfo>
+
+#include "libfeatures/base/extensible_factory.h"
+#include "libfeatures/selectors/feature_selector_default.h"
+#include "libfeatures/selectors/feature_selector_top.h"
+#include "libfeatures/transforms/default_transform.h"
+
+namespace marlo {
+namespace {
+
+template <typename Implementation, typename Interface>
+bool creates(const char* key) {
+    const std::unique_ptr<Interface> plugIn = extensibleFactoryInstance<Interface>().create(key);
+    const Interface& object = *plugIn;
+    return typeid(object) == typeid(Implementation);
+}
+
+class RegistrationTest : public testing::Test {
+protected:
+    static void registerAll() {
+        registerMainFeatureDetectors();
+        registerMainDescriptorExtractors();
+        registerMainDescriptorMatchers();
+        registerMainKeypointSelectors();
+        registerMainTransforms();
+    }
+};
+
+// First in the file: the registries of this process are still as they start.
+TEST_F(RegistrationTest, NothingIsRegisteredUntilTheHostAsks) {
+    EXPECT_THROW((void)extensibleFactoryInstance<IKeypointSelector>().create("TOP"),
+                 std::runtime_error);
+    EXPECT_THROW((void)extensibleFactoryInstance<ITransform>().create("Default"),
+                 std::runtime_error);
+}
+
+TEST_F(RegistrationTest, KeysCreateTheirClasses) {
+    registerAll();
+    EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
+    EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
+    EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));
+}
+
+TEST_F(RegistrationTest, KeysAreCaseSensitive) {
+    registerAll();
+    EXPECT_THROW((void)extensibleFactoryInstance<IKeypointSelector>().create("top"),
+                 std::runtime_error);
+}
+
+TEST_F(RegistrationTest, RegisteringAgainLeavesKeysAndClasses) {
+    registerAll();
+    registerAll();
+    EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
+    EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
+    EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));
+}
+
+TEST_F(RegistrationTest, RegisteringAgainTakesAKeyBackFromTheHost) {
+    registerAll();
+    extensibleFactoryInstance<IKeypointSelector>().registerType(
+        "TOP", [] { return std::make_unique<KeypointSelectorDefault>(); });
+    registerMainKeypointSelectors();
+    EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
+}
+
+}  // namespace
+}  // namespace marlo

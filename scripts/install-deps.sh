@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# Installs the Debian packages that the project needs.
+# Usage: install-deps.sh [build|test]
+#   build: to build and install the library (default)
+#   test:  also to run every test
+set -euo pipefail
+
+build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev)
+tests=(libgtest-dev libgmock-dev clang-14 clang-format-14 libomp-14-dev libclang-rt-14-dev
+       qtbase5-dev dpkg-dev file binutils git)
+
+case ${1:-build} in
+    build) packages=("${build[@]}") ;;
+    test) packages=("${build[@]}" "${tests[@]}") ;;
+    *)
+        echo "usage: $0 [build|test]" >&2
+        exit 2
+        ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query --show --showformat='${Status}' "$package" 2>/dev/null || true)
+    [[ $status == "install ok installed" ]] || missing+=("$package")
+done
+if [[ ${#missing[@]} -eq 0 ]]; then
+    exit 0
+fi
+
+as_root=()
+if [[ $EUID -ne 0 ]]; then
+    if ! command -v sudo >/dev/null; then
+        echo "$0: cannot install ${missing[*]}: neither root nor sudo" >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+echo "Installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -q
+"${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}"

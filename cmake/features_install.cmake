@@ -22,6 +22,14 @@ install(FILES
     ${PROJECT_BINARY_DIR}/libfeatures-config-version.cmake
     DESTINATION ${FEATURES_INSTALL_CMAKEDIR} COMPONENT dev)
 
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+  message(FATAL_ERROR "CMAKE_INSTALL_LIBDIR and CMAKE_INSTALL_INCLUDEDIR must be relative to the "
+                      "prefix: an installed tree can be moved")
+endif()
+# Qt 5 refuses to be included without it, and its pkg-config file does not say so.
+if(QT_VERSION_MAJOR EQUAL 5)
+  set(FEATURES_PC_CFLAGS " -fPIC")
+endif()
 # Relative to where the file lies, so an installed tree can be moved.
 file(RELATIVE_PATH FEATURES_PC_PREFIX
     /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

@@ -24,7 +24,8 @@ endfunction()
 # otherwise be exported as weak symbols.
 function(features_export_only target version_script)
   target_link_options(${target} PRIVATE "LINKER:--version-script=${version_script}")
-  if(NOT FEATURES_SANITIZERS)
+  # Sanitized code takes its run-time library from the program.
+  if(NOT FEATURES_SANITIZERS AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(${target} PRIVATE "LINKER:--no-undefined")
   endif()
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})

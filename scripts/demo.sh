@@ -13,7 +13,7 @@ scripts/install-deps.sh build
 mkdir -p build/demo
 echo "Building libfeatures (log: build/demo/build.log)"
 if ! {
-    cmake --preset release -DFEATURES_BUILD_TESTS=OFF &&
+    cmake --preset release &&
         cmake --build --preset release &&
         cmake --install build/release --prefix "$prefix" &&
         cmake -S examples -B "$programs" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \

@@ -13,7 +13,8 @@ namespace marlo {
 class FEATURES_EXPORT BinWriter {
 public:
     /// Appends `count` bytes from outside this writer. `data` may be null where `count` is 0.
-    /// @throws std::bad_alloc if there is not enough memory; the buffer is unchanged then.
+    /// @throws std::bad_alloc or std::length_error if there is not enough memory; the buffer is
+    ///         unchanged then.
     void writeBytes(const void* data, std::size_t count);
 
     /// Appends the bytes of one value.

@@ -11,6 +11,19 @@
 namespace marlo::log {
 namespace {
 
+constexpr int kMostNestedLines = 8;
+
+class NestingGuard {
+public:
+    explicit NestingGuard(int& nesting) : nesting_(nesting) { ++nesting_; }
+    NestingGuard(const NestingGuard&) = delete;
+    NestingGuard& operator=(const NestingGuard&) = delete;
+    ~NestingGuard() { --nesting_; }
+
+private:
+    int& nesting_;
+};
+
 std::string levelName(Level level) {
     switch (level) {
         case Level::Information:
@@ -43,6 +56,7 @@ void writeToStandardError(const Line& line) {
 struct LogSource::State {
     std::atomic<Level> threshold{static_cast<Level>(0)};
     std::recursive_mutex mutex;  // recursive: a sink may write to the log
+    int nesting = 0;             // how many calls of the sink are under way, all in one thread
     std::shared_ptr<const Sink> sink = std::make_shared<const Sink>(writeToStandardError);
 };
 
@@ -75,6 +89,10 @@ void LogSource::write(const Line& line) noexcept {
     }
     try {
         const std::lock_guard lock(state_->mutex);
+        if (state_->nesting >= kMostNestedLines) {
+            return;
+        }
+        const NestingGuard guard(state_->nesting);
         // A copy keeps a sink alive that replaces itself.
         const std::shared_ptr<const Sink> sink = state_->sink;
         (*sink)(line);
@@ -117,7 +135,10 @@ LogStreamer::~LogStreamer() {
 }
 
 LogStreamer& LogStreamer::operator<<(const QString& text) {
-    return *this << text.toStdString();
+    if (std::ostream* const out = stream()) {
+        *out << text.toStdString();
+    }
+    return *this;
 }
 
 std::ostream* LogStreamer::stream() noexcept {

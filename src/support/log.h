@@ -6,6 +6,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "libfeatures/features_export.h"
 
@@ -40,15 +41,17 @@ struct Line {
     Level level = Level::Information;
     QString category;  ///< always empty in lines of this library
     FileAndLine position;
-    std::string text;  ///< UTF-8, without a line break at the end
+    std::string text;  ///< UTF-8; a line break inside it comes from what was printed
 };
 
 /// Where lines go in and a sink takes them out. All operations may be called from any thread.
 class FEATURES_EXPORT LogSource {
 public:
     /// Takes one line. Calls never overlap, so a sink needs no lock of its own and lines of
-    /// different threads do not mix. A sink may itself write to the log. What it throws is
-    /// dropped: logging never changes a result.
+    /// different threads do not mix: every writer waits for the sink, which should be quick and
+    /// must not wait for another thread that may log. A sink may itself write to the log and is
+    /// then called again for that line, up to 8 lines deep; deeper lines are dropped. So is what it
+    /// throws: logging never changes a result.
     using Sink = std::function<void(const Line&)>;
 
     LogSource();

@@ -4,4 +4,5 @@
 # Usage: formatting_test.sh SOURCE_DIR CLANG_FORMAT
 set -euo pipefail
 cd "$1"
-git ls-files -co --exclude-standard -- '*.h' '*.cpp' '*.cu' | xargs -r "$2" --dry-run --Werror
+files=$(git ls-files -co --exclude-standard -- '*.h' '*.cpp' '*.cu')
+xargs "$2" --dry-run --Werror <<<"$files"

@@ -4,9 +4,8 @@
 # Usage: licence_lines_test.sh SOURCE_DIR
 set -euo pipefail
 cd "$1"
-without=$(git ls-files -co --exclude-standard |
-    grep -vE '^LICENSE$|\.json$|\.symbols$|\.expected$' |
-    xargs -r grep -L 'SPDX-License-Identifier: BSD-3-Clause' || true)
+files=$(git ls-files -co --exclude-standard | grep -vE '^LICENSE$|\.json$|\.symbols$|\.expected$')
+without=$(xargs grep -L 'SPDX-License-Identifier: BSD-3-Clause' <<<"$files" || true)
 if [[ -n $without ]]; then
     echo "these files have no SPDX-License-Identifier line:" >&2
     echo "$without" >&2

@@ -128,6 +128,28 @@ TEST_F(LogTest, SinkMayWriteToTheLog) {
     EXPECT_THAT(texts, ElementsAre("first", "second"));
 }
 
+TEST_F(LogTest, SinkThatAlwaysLogsIsCutOff) {
+    source.setSink([this](const Line& line) {
+        texts.push_back(line.text);
+        LogStreamer(source, Level::Information) << line.text << "+";
+    });
+    LogStreamer(source, Level::Information) << "x";
+    EXPECT_THAT(texts, testing::SizeIs(8));
+    EXPECT_EQ(texts.back(), "x+++++++");
+    LogStreamer(source, Level::Information) << "again";
+    EXPECT_THAT(texts, testing::SizeIs(16));
+}
+
+TEST_F(LogTest, NestingIsCountedRightAfterASinkHasThrown) {
+    source.setSink([](const Line&) { throw std::runtime_error("sink"); });
+    for (int i = 0; i < 20; ++i) {
+        LogStreamer(source, Level::Information) << "dropped";
+    }
+    source.setSink([this](const Line& line) { texts.push_back(line.text); });
+    LogStreamer(source, Level::Information) << "delivered";
+    EXPECT_THAT(texts, ElementsAre("delivered"));
+}
+
 TEST_F(LogTest, SinkMayReplaceItself) {
     const auto owned = std::make_shared<std::string>("still alive");
     source.setSink([this, owned](const Line&) {
@@ -196,6 +218,7 @@ TEST(DefaultSinkTest, DropsInformationAndDetail) {
     testing::internal::CaptureStderr();
     LogStreamer(source, Level::Information) << "information";
     LogStreamer(source, Level::Detail) << "detail";
+    LogStreamer(source, static_cast<Level>(5)) << "just below a warning";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

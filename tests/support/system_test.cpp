@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -32,9 +33,11 @@ TEST(PopcntTest, IsThereOnEvery64BitArmProcessor) {
 }
 #endif
 
-TEST(LogicalCpusTest, AreAtLeastOneAndNoMoreThanTheAffinityMask) {
+TEST(LogicalCpusTest, AreTheSmallerOfAffinityMaskAndControlGroupLimit) {
     EXPECT_GE(noLogicalCPUs(), 1);
-    EXPECT_LE(noLogicalCPUs(), detail::affinityCpuCount());
+    EXPECT_EQ(noLogicalCPUs(),
+              std::min(detail::affinityCpuCount(),
+                       detail::cgroupCpuLimit("/proc/self/cgroup", "/sys/fs/cgroup")));
 }
 
 }  // namespace

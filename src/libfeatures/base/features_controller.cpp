@@ -217,7 +217,7 @@ private:
         if (!selectorName_.isEmpty()) {
             selector_ = createPlugIn<IKeypointSelector>(selectorName_);
         }
-        instantiateExtractor();
+        instantiateExtractor(extractorName_);
         transform_ = createPlugIn<ITransform>(transformName_);
         logLine(log::Level::Information)
             << "FeaturesController - Created with detector/selector/extractor/transform: "
@@ -227,15 +227,13 @@ private:
 
     // The CPU class both detects and extracts. It must describe from the very scale space that its
     // detection built; a second object would not have it.
-    void instantiateExtractor() {
-        sharedExtractor_ = detectorName_ == extractorName_ && isLdahOrSift(detectorName_)
-                               ? dynamic_cast<IDescriptorExtractor*>(detector_.get())
-                               : nullptr;
-        if (sharedExtractor_ != nullptr) {
-            ownedExtractor_.reset();
-        } else {
-            ownedExtractor_ = createPlugIn<IDescriptorExtractor>(extractorName_);
-        }
+    void instantiateExtractor(const QString& name) {
+        auto* const shared = detectorName_ == name && isLdahOrSift(name)
+                                 ? dynamic_cast<IDescriptorExtractor*>(detector_.get())
+                                 : nullptr;
+        ownedExtractor_ = shared == nullptr ? createPlugIn<IDescriptorExtractor>(name) : nullptr;
+        sharedExtractor_ = shared;
+        extractorName_ = name;
     }
 
     void setDetectorParams() {
@@ -264,9 +262,8 @@ private:
 
     void fallbackGpu2CpuDescriptorExtractor() {
         useGpu_ = false;
-        extractorName_ = fallbackGpuStringCheck(extractorName_);
-        instantiateExtractor();
-        if (sharedExtractor_ == nullptr) {
+        instantiateExtractor(fallbackGpuStringCheck(extractorName_));
+        if (sharedExtractor_ == nullptr) {  // a shared one has the detector's parameters
             setDescriptorExtractorParams();
         }
     }

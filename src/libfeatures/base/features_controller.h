@@ -45,7 +45,9 @@ public:
     /// These objects have no keys, and keys decide which parameters are set before they run. A
     /// detector or extractor with SiftLdahBaseParams goes by "LDAH" or "SIFT", as its `useSift`
     /// says, and is given the image scale; any other is refused by detect() and compute() ("...
-    /// not supported in mapper."). The selector is given the number of keypoints only.
+    /// not supported in mapper."). The selector is given the number of keypoints only. There is no
+    /// fallback from a GPU object: its failure reaches the caller of detect() or compute() as
+    /// "Cannot fallback to CPU: LDAH" (or SIFT).
     /// @throws std::runtime_error if `detector` or `transform` is null.
     FeaturesController(std::unique_ptr<IKeypointDetector> detector,
                        std::unique_ptr<IDescriptorExtractor> extractor,
@@ -82,11 +84,10 @@ public:
     /// The whole road: transform, detect, select, map back, compute. `keypoints` receives the
     /// selected keypoints in the geometry of `image` and `descriptors` their rows. Without a
     /// selector nothing is selected, so both are empty.
-    /// @throws std::runtime_error as detect() and compute(), and "[features_controller:462]
-    /// keypoint
-    ///         size missmatch. Reason: The Spherical transform is not compatible with the
-    ///         descriptor extractor" if the extractor drops keypoints; whatever the transform
-    ///         throws.
+    /// @throws std::runtime_error as detect() and compute(), whatever the transform throws, and, if
+    ///         the extractor drops keypoints:
+    ///         "[features_controller:462] keypoint size missmatch. Reason: The Spherical transform
+    ///         is not compatible with the descriptor extractor"
     void process(const ByteImage& image, std::vector<Keypoint>& keypoints, DescMat& descriptors);
     void process(const FloatImage& image, std::vector<Keypoint>& keypoints, DescMat& descriptors);
 

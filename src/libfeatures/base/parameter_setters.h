@@ -19,6 +19,7 @@ namespace marlo {
 /// @throws std::runtime_error "This operation is only implemented for LDAH feature detectors"
 FEATURES_EXPORT void setFeaDetSiftLdahParams(IKeypointDetector* detector, float imageScale);
 
+/// Sets the same factor for an extractor.
 /// @throws std::runtime_error "This operation is only implemented for LDAH feature descriptors"
 FEATURES_EXPORT void setDescSiftLdahParams(IDescriptorExtractor* extractor, float imageScale);
 
@@ -47,32 +48,29 @@ FEATURES_EXPORT void setSdcParams(IKeypointSelector* selector, int width, int he
 ///         Selector", std::out_of_range as KeypointSelectorDefault::setParams().
 FEATURES_EXPORT void setSelectorDefaultParams(IKeypointSelector* selector, int height, int width);
 
-/// The setters below belong to plug-ins of other libraries. They are here so that a host written
-/// against those still links, and always throw.
+// The setters below belong to plug-ins of other libraries. They are here so that a host written
+// against those still links, and always throw.
+
 /// @throws std::runtime_error "This operation is only implemented for the OpenCV Brief descriptor
 ///         extractor"
-[[noreturn]] FEATURES_EXPORT void setDescExtCvBriefParams(IDescriptorExtractor* extractor,
-                                                          int bytes);
+FEATURES_EXPORT void setDescExtCvBriefParams(IDescriptorExtractor* extractor, int bytes);
 /// @throws std::runtime_error "This operation is only implemented for the OpenCV ORB descriptor
 ///         extractor"
-[[noreturn]] FEATURES_EXPORT void setDescExtCvOrbParams(IDescriptorExtractor* extractor,
-                                                        int numberOfFeatures);
+FEATURES_EXPORT void setDescExtCvOrbParams(IDescriptorExtractor* extractor, int numberOfFeatures);
 /// @throws std::runtime_error "This operation is only implemented for the OpenCV FAST Feature
 ///         detector"
-[[noreturn]] FEATURES_EXPORT void setFeaDetCvFastParams(IKeypointDetector* detector, int threshold,
-                                                        bool nonmaxSuppression);
+FEATURES_EXPORT void setFeaDetCvFastParams(IKeypointDetector* detector, int threshold,
+                                           bool nonmaxSuppression);
 /// @throws std::runtime_error "This operation is only implemented for the OpenCV ORB Feature
 ///         detector"
-[[noreturn]] FEATURES_EXPORT void setFeaDetCvOrbParams(IKeypointDetector* detector,
-                                                       int numberOfFeatures, int levels,
-                                                       float scaleFactor, int edgeThreshold,
-                                                       int firstLevel, int pointsPerComparison,
-                                                       int scoreType, int patchSize);
-[[noreturn]] FEATURES_EXPORT void setFeaDetCvOrbParams(IKeypointDetector* detector,
-                                                       const QString& parameters);
+FEATURES_EXPORT void setFeaDetCvOrbParams(IKeypointDetector* detector, int numberOfFeatures,
+                                          int levels, float scaleFactor, int edgeThreshold,
+                                          int firstLevel, int pointsPerComparison, int scoreType,
+                                          int patchSize);
+FEATURES_EXPORT void setFeaDetCvOrbParams(IKeypointDetector* detector, const QString& parameters);
 /// @throws std::runtime_error "This operation is only implemented for the OpenCV BRISK Feature
 ///         detector"
-[[noreturn]] FEATURES_EXPORT void setFeaDetCvBriskParams(IKeypointDetector* detector, int threshold,
-                                                         int octaves, float patternScale);
+FEATURES_EXPORT void setFeaDetCvBriskParams(IKeypointDetector* detector, int threshold, int octaves,
+                                            float patternScale);
 
 }  // namespace marlo

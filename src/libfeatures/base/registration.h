@@ -8,8 +8,13 @@
 /// a key which a host has given to a plug-in of its own goes back to the library's.
 namespace marlo {
 
+/// The library has no detector of its own yet.
 FEATURES_EXPORT void registerMainFeatureDetectors();
+
+/// The library has no extractor of its own yet.
 FEATURES_EXPORT void registerMainDescriptorExtractors();
+
+/// The library has no matcher of its own yet.
 FEATURES_EXPORT void registerMainDescriptorMatchers();
 
 /// | key     | class                   |

@@ -19,8 +19,9 @@ public:
 
     /// A new extractor of the same class with the same parameters.
     [[nodiscard]] virtual std::unique_ptr<IDescriptorExtractor> cloneExtractor() const = 0;
-    /// Replaces `descriptors` by one row per keypoint. An extractor may drop or reorder keypoints;
-    /// row i always belongs to keypoint i of the vector as it stands after the call.
+    /// Replaces `descriptors` by one row per keypoint of `image` (height x width). An extractor may
+    /// drop or reorder keypoints; row i always belongs to keypoint i of the vector as it stands
+    /// after the call.
     /// @throws std::runtime_error where 8-bit images are not supported.
     virtual void compute(const ByteImage& image, std::vector<Keypoint>& keypoints,
                          DescMat& descriptors) = 0;

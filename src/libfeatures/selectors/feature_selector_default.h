@@ -36,8 +36,8 @@ public:
 private:
     int height_ = 0;
     int width_ = 0;
-    [[maybe_unused]] float reserved_ =
-        3.0F;  // copied by clone(); no step of the selection reads it
+    // Carried along and copied; no step of the selection reads it.
+    [[maybe_unused]] float reserved_ = 3.0F;
     float responseThreshold_ = 0.0066666664F;  // one step below the float nearest to 1/150
 };
 

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 #include "libfeatures/base/d_match.h"
 #include "libfeatures/base/features_controller.h"
@@ -17,8 +18,6 @@
 namespace marlo {
 namespace {
 
-using test::AnmsLikeSelector;
-using test::DetectorAndExtractor;
 using test::DiagonalMatcher;
 using test::Journal;
 using test::PlainDetector;
@@ -72,7 +71,7 @@ void expectDestructorsInTheFirstTwoSlots(Arguments&&... arguments) {
     static int destroyed = 0;
     struct Counting : Implementation {
         using Implementation::Implementation;
-        ~Counting() { ++destroyed; }
+        ~Counting() override { ++destroyed; }
     };
     destroyed = 0;
     Interface* const freed = new Counting(arguments...);

@@ -51,6 +51,15 @@ TEST_F(FeaturesControllerTest, RefusesUnknownNamesOfEachKind) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(FeaturesControllerTest, CreatesDetectorThenSelectorThenExtractorThenTransform) {
+    EXPECT_EQ(refusal([] { controller("a", "b", "c", "d"); }),
+              "marlo::IKeypointDetector - The type (a) is not registered");
+    EXPECT_EQ(refusal([] { controller("LDAH", "b", "c", "d"); }),
+              "marlo::IKeypointSelector - The type (c) is not registered");
+    EXPECT_EQ(refusal([] { controller("LDAH", "b", "TOP", "d"); }),
+              "marlo::IDescriptorExtractor - The type (b) is not registered");
+}
+
 TEST_F(FeaturesControllerTest, RefusesACreatorThatGivesNoObject) {
     EXPECT_EQ(refusal([] { controller("Nothing", "LDAH"); }),
               "FeaturesController - The creator of Nothing gave no object");
@@ -81,6 +90,15 @@ TEST_F(FeaturesControllerTest, DetectorThatCannotExtractGetsAnExtractorBesideIt)
     auto created = controller("LDAH", "LDAH");
     created.compute(image, keypoints, descriptors);
     EXPECT_EQ(journal, (Journal{"extractor LDAH.setParams 0", "extractor LDAH.compute 30x20 0.5"}));
+}
+
+TEST_F(FeaturesControllerTest, OnlyTheCpuNamesMakeOneObject) {
+    extensibleFactoryInstance<IKeypointDetector>().registerType(
+        "LDAHCuda", [this] { return std::make_unique<DetectorAndExtractor>("both", journal); });
+    auto created = controller("LDAHCuda", "LDAHCuda");
+    created.compute(image, keypoints, descriptors);
+    EXPECT_EQ(journal,
+              (Journal{"extractor LDAHCuda.setParams 0", "extractor LDAHCuda.compute 30x20 0.5"}));
 }
 
 // Creation from objects.
@@ -163,6 +181,16 @@ TEST_F(FeaturesControllerTest, GpuFailureOfAnObjectReachesTheCaller) {
     EXPECT_EQ(refusal([&] { created.detect(image, keypoints); }), "Cannot fallback to CPU: LDAH");
 }
 
+TEST_F(FeaturesControllerTest, GpuFailureOfASharedObjectReachesTheCaller) {
+    auto both = std::make_unique<DetectorAndExtractor>(
+        "both", journal, cpuDetect, [](auto&, auto&) { throw cuda::CudaException(); });
+    both->useSift = true;
+    FeaturesController created(std::move(both), nullptr, nullptr,
+                               std::make_unique<DefaultTransform>());
+    EXPECT_EQ(refusal([&] { created.compute(image, keypoints, descriptors); }),
+              "Cannot fallback to CPU: SIFT");
+}
+
 // Detection.
 
 TEST_F(FeaturesControllerTest, DetectWorksOnTheImageItself) {
@@ -219,6 +247,16 @@ TEST_F(FeaturesControllerTest, DetectorOfAnotherFamilyIsNotSupported) {
     EXPECT_THAT(linesAfterCreation(),
                 ElementsAre("7 [] |Exception found trying to detect keypoints: Detector Foreign "
                             "not supported in mapper."));
+}
+
+TEST_F(FeaturesControllerTest, DetectorNamesAreCaseSensitive) {
+    extensibleFactoryInstance<IKeypointDetector>().registerType(
+        "ldah", [this] { return std::make_unique<ScaledDetector>("lower case", journal); });
+    auto created = controller("ldah", "LDAH");
+    created.detect(image, keypoints);
+    EXPECT_THAT(linesAfterCreation(),
+                ElementsAre("7 [] |Exception found trying to detect keypoints: Detector ldah not "
+                            "supported in mapper."));
 }
 
 TEST_F(FeaturesControllerTest, DetectorWithoutTheParametersIsLogged) {
@@ -322,6 +360,50 @@ TEST_F(FeaturesControllerTest, DefaultSelectorGetsHeightThenWidth) {
     EXPECT_EQ(out.size(), 2U);
 }
 
+// The parameters that a selector is given when it is registered under this key.
+class SelectorKeyTest : public test::ControllerFixture {
+protected:
+    Journal askedUnder(const char* key) {
+        auto& factory = extensibleFactoryInstance<IKeypointSelector>();
+        factory.registerType(key, [this, sdc = std::string(key).find("ANMS") == std::string::npos] {
+            return sdc ? std::unique_ptr<IKeypointSelector>(
+                             std::make_unique<test::SdcLikeSelector>("sdc", journal))
+                       : std::make_unique<test::AnmsLikeSelector>("anms", journal);
+        });
+        auto created = controller("LDAH", "LDAH", key);
+        created.setFeatureSetParams(1.0, 480, 640, 10);
+        std::vector<Keypoint> out;
+        created.select({Keypoint()}, out);
+        return journal;
+    }
+};
+
+TEST_F(SelectorKeyTest, AnyKeyThatBeginsWithSdcIsConfigured) {
+    EXPECT_THAT(askedUnder("SDCx"), testing::Contains("sdc.params 640 480 0.25 0.1"));
+}
+
+TEST_F(SelectorKeyTest, SdcInLowerCaseIsNot) {
+    EXPECT_THAT(askedUnder("sdc"), testing::Contains("sdc.params 0 0 0 0"));
+}
+
+TEST_F(SelectorKeyTest, SdcFurtherOnInTheKeyIsNot) {
+    EXPECT_THAT(askedUnder("xSDC"), testing::Contains("sdc.params 0 0 0 0"));
+}
+
+TEST_F(SelectorKeyTest, AnyKeyThatBeginsWithAnmsIsConfigured) {
+    EXPECT_THAT(askedUnder("ANMSx"), testing::Contains("anms.params 0.8"));
+}
+
+TEST_F(FeaturesControllerTest, AnyKeyThatBeginsWithDefaultIsConfigured) {
+    extensibleFactoryInstance<IKeypointSelector>().registerType(
+        "Defaultx", [] { return std::make_unique<KeypointSelectorDefault>(); });
+    auto created = controller("LDAH", "LDAH", "Defaultx");
+    created.setFeatureSetParams(1.0, 480, 640, 10);
+    std::vector<Keypoint> out;
+    created.select({Keypoint(1, 2, 3, 0, 0.5F, 0, 1)}, out);
+    EXPECT_EQ(out.size(), 1U);
+}
+
 TEST_F(FeaturesControllerTest, SelectionErrorIsLoggedAndEmptiesTheOutput) {
     auto created = controller("LDAH", "LDAH");
     selectKeypoints = [](const std::vector<Keypoint>&, std::vector<Keypoint>&) {
@@ -400,6 +482,9 @@ TEST_F(FeaturesControllerTest, ProcessGivesSelectorsTheUnscaledWorkingSizeTrunca
     created.setFeatureSetParams(0.7, 1, 1, 5);  // 60 / 0.7 = 85.7..., 20 / 0.7 = 28.5...
     created.process(image, keypoints, descriptors);
     EXPECT_THAT(journal, testing::Contains("SDC.params 85 28 0.25 0.1"));
+    created.setFeatureSetParams(0.6, 1, 1, 5);  // 60 / 0.6 is 100 in double precision, 99 in single
+    created.process(image, keypoints, descriptors);
+    EXPECT_THAT(journal, testing::Contains("SDC.params 100 33 0.25 0.1"));
 }
 
 TEST_F(FeaturesControllerTest, ScalesThatGiveNoSizeAreRefusedBySelectors) {
@@ -475,8 +560,12 @@ TEST_F(FeaturesControllerTest, SizeOfDescriptorsFollowsTheDetectorsName) {
     EXPECT_EQ(controller("LDAHCuda", "SIFT").sizeOfDescriptors(), 16);
     EXPECT_EQ(controller("SIFT", "LDAH").sizeOfDescriptors(), 128);
     EXPECT_EQ(controller("SIFTCuda", "LDAH").sizeOfDescriptors(), 128);
-    EXPECT_EQ(refusal([] { (void)controller("Foreign", "LDAH").sizeOfDescriptors(); }),
-              "Unsupported type for the controller");
+    extensibleFactoryInstance<IKeypointDetector>().registerType(
+        "ldah", [] { return std::make_unique<PlainDetector>(); });
+    for (const char* const other : {"Foreign", "ldah"}) {
+        EXPECT_EQ(refusal([&] { (void)controller(other, "LDAH").sizeOfDescriptors(); }),
+                  "Unsupported type for the controller");
+    }
 }
 
 TEST_F(FeaturesControllerTest, AnswersForItsDetector) {

@@ -78,13 +78,9 @@ TEST(KeypointSamePositionTest, EndsJustAboveTheTolerance) {
 }
 
 TEST(KeypointSamePositionTest, DifferenceIsTakenInSinglePrecision) {
-    // In double precision the difference of these floats is 0.00100004..., above the tolerance of
-    // neither; at 16 the spacing of floats is 1.9e-6, so the next one up is.
-    const float base = 16.0F;
-    const float within = 16.000999F;
-    const float beyond = 16.001002F;
-    EXPECT_TRUE(Keypoint(base, 0.0F).samePosition(Keypoint(within, 0.0F)));
-    EXPECT_FALSE(Keypoint(base, 0.0F).samePosition(Keypoint(beyond, 0.0F)));
+    // 0.001 + 3e-11 is above the tolerance, but rounds to it: floats are 1.2e-10 apart there.
+    EXPECT_TRUE(Keypoint(0.001F, 0.0F).samePosition(Keypoint(-3e-11F, 0.0F)));
+    EXPECT_TRUE(Keypoint(0.0F, -3e-11F).samePosition(Keypoint(0.0F, 0.001F)));
 }
 
 TEST(KeypointSamePositionTest, LooksAtNoOtherField) {

@@ -53,6 +53,35 @@ std::vector<Keypoint> spread(int count, int width, float response) {
     return keypoints;
 }
 
+// The rule as it reads, with a map from cell to positions. Gives the ids that are kept.
+std::vector<float> mappedReduction(const std::vector<Keypoint>& in, int height, int width,
+                                   float targetCells, float threshold) {
+    const auto a = static_cast<float>(height);
+    const auto b = static_cast<float>(width);
+    const float aspect = b / a;
+    float rows = std::sqrt(targetCells / aspect);
+    rows = rows < 1.0F ? 1.0F : std::ceil(rows);
+    if (a / 3.0F < rows) rows = a / 3.0F;
+    const int cols = static_cast<int>(std::ceil(aspect * rows));
+    std::map<int, std::vector<std::size_t>> cells;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        if (!(in[i].response >= threshold)) continue;
+        const int cell = static_cast<int>(in[i].x * (static_cast<float>(cols) / b) + 0.5F) +
+                         static_cast<int>(in[i].y * (rows / a) + 0.5F) * cols;
+        auto& kept = cells[cell];
+        if (kept.empty() || in[i].response == in[kept[0]].response) {
+            kept.push_back(i);
+        } else if (in[i].response > in[kept[0]].response) {
+            kept = {i};
+        }
+    }
+    std::vector<float> keptIds;
+    for (const auto& [cell, kept] : cells) {
+        for (const std::size_t i : kept) keptIds.push_back(in[i].scale);
+    }
+    return keptIds;
+}
+
 std::string refusal(KeypointSelectorDefault& selector, const std::vector<Keypoint>& in,
                     std::vector<Keypoint>& out) {
     try {
@@ -177,19 +206,53 @@ TEST(KeypointSelectorDefaultTest, FirstPassStandsAtExactlyTheUpperBound) {
     EXPECT_THAT(log.lines(), ElementsAre("2 [feature_selector_default:166] |nrKey: 80000"));
 }
 
-TEST(KeypointSelectorDefaultTest, AboveTheUpperBoundSelectsAgainOnACoarserGrid) {
+// `count` keypoints of random place and response in a 3000 x 3000 image.
+std::vector<Keypoint> scattered(int count, unsigned seed) {
+    std::mt19937 random(seed);
+    const auto fraction = [&] { return static_cast<float>(random() % 65536) / 65536.0F; };
+    std::vector<Keypoint> keypoints;
+    for (int i = 0; i < count; ++i) {
+        const float x = 2999.0F * fraction();
+        const float y = 2999.0F * fraction();
+        keypoints.push_back(at(x, y, 0.1F * fraction() - 0.001F, static_cast<float>(i)));
+    }
+    return keypoints;
+}
+
+TEST(KeypointSelectorDefaultTest, FirstPassHas120000CellsAndTheThreshold) {
+    const std::vector<Keypoint> in = scattered(60000, 5);
+    const std::vector<float> expected = mappedReduction(in, 3000, 3000, 120000.0F, kThreshold);
+    ASSERT_GT(expected.size(), 20000U);
+    ASSERT_LT(expected.size(), 80000U);
+    EXPECT_EQ(ids(selected(3000, 3000, in)), expected);
+}
+
+TEST(KeypointSelectorDefaultTest, AboveTheUpperBoundSelectsAgainIn80000CellsWithoutThreshold) {
+    const std::vector<Keypoint> in = scattered(400000, 6);
+    const std::size_t first = mappedReduction(in, 3000, 3000, 120000.0F, kThreshold).size();
+    const std::vector<float> second = mappedReduction(in, 3000, 3000, 80000.0F, 0.0F);
+    ASSERT_GT(first, 80000U);
+    const test::CapturedLog log;
+    EXPECT_EQ(ids(selected(3000, 3000, in)), second);
+    EXPECT_THAT(
+        log.lines(),
+        ElementsAre("2 [feature_selector_default:166] |nrKey: " + std::to_string(first),
+                    "2 [] |Selected: " + std::to_string(first) +
+                        " upperBound 80000. Running selection with grid reduction...",
+                    "2 [feature_selector_default:166] |nrKey: " + std::to_string(second.size())));
+}
+
+TEST(KeypointSelectorDefaultTest, SecondPassAboveTheUpperBoundTakesResponsesDownToZero) {
     std::vector<Keypoint> in;
     for (int i = 0; i < 80001; ++i) {
         in.push_back(at(static_cast<float>(10 * (i % 290)), static_cast<float>(10 * (i / 290)), 1,
                         static_cast<float>(i)));
     }
-    in.push_back(at(5, 5, 0));  // below the first threshold, at the second
-    const test::CapturedLog log;
-    selected(3000, 3000, in);
-    ASSERT_EQ(log.lines().size(), 3U);
-    EXPECT_EQ(log.lines()[0], "2 [feature_selector_default:166] |nrKey: 80001");
-    EXPECT_EQ(log.lines()[1],
-              "2 [] |Selected: 80001 upperBound 80000. Running selection with grid reduction...");
+    in.push_back(at(2950, 2950, 0, -1));      // alone in its cell
+    in.push_back(at(2950, 2900, -0.1F, -2));  // alone in its cell, but negative
+    const std::vector<float> kept = ids(selected(3000, 3000, in));
+    EXPECT_THAT(kept, testing::Contains(-1.0F));
+    EXPECT_THAT(kept, testing::Not(testing::Contains(-2.0F)));
 }
 
 TEST(KeypointSelectorDefaultTest, NanAndInfinityDoNotLeaveTheGrid) {
@@ -211,41 +274,14 @@ TEST(KeypointSelectorDefaultTest, ExtremeImageSizesAreDefined) {
     EXPECT_EQ(selected(most, most, {at(0, 0, 1), at(2e9F, 2e9F, 1)}).size(), 2U);
 }
 
-TEST(KeypointSelectorDefaultTest, CloneCarriesTheImageSize) {
+TEST(KeypointSelectorDefaultTest, CloneCarriesHeightAndWidth) {
     KeypointSelectorDefault selector;
-    selector.setParams(300, 300);
+    selector.setParams(40, 6000);
+    // 12 rows over 40 pixels: y = 4 and y = 5 are in rows trunc(1.7) and trunc(2.0). With height
+    // and width exchanged both would be in row 1.
     std::vector<Keypoint> out;
-    selector.clone()->select({at(0, 0, 1)}, out);
-    EXPECT_EQ(out.size(), 1U);
-}
-
-// The rule as it reads, with a map from cell to positions.
-std::vector<std::size_t> mappedReduction(const std::vector<Keypoint>& in, int height, int width,
-                                         float targetCells, float threshold) {
-    const auto a = static_cast<float>(height);
-    const auto b = static_cast<float>(width);
-    const float aspect = b / a;
-    float rows = std::sqrt(targetCells / aspect);
-    rows = rows < 1.0F ? 1.0F : std::ceil(rows);
-    if (a / 3.0F < rows) rows = a / 3.0F;
-    const int cols = static_cast<int>(std::ceil(aspect * rows));
-    std::map<int, std::vector<std::size_t>> cells;
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        if (!(in[i].response >= threshold)) continue;
-        const int cell = static_cast<int>(in[i].x * (static_cast<float>(cols) / b) + 0.5F) +
-                         static_cast<int>(in[i].y * (rows / a) + 0.5F) * cols;
-        auto& kept = cells[cell];
-        if (kept.empty() || in[i].response == in[kept[0]].response) {
-            kept.push_back(i);
-        } else if (in[i].response > in[kept[0]].response) {
-            kept = {i};
-        }
-    }
-    std::vector<std::size_t> all;
-    for (const auto& [cell, kept] : cells) {
-        all.insert(all.end(), kept.begin(), kept.end());
-    }
-    return all;
+    selector.clone()->select({at(0, 4, 0.5F), at(0, 5, 0.75F)}, out);
+    EXPECT_EQ(out.size(), 2U);
 }
 
 TEST(KeypointSelectorDefaultTest, AgreesWithTheMappedRuleOnRandomKeypoints) {
@@ -262,11 +298,9 @@ TEST(KeypointSelectorDefaultTest, AgreesWithTheMappedRuleOnRandomKeypoints) {
                             static_cast<float>(static_cast<int>(random() % 6) - 1),
                             static_cast<float>(i)));
         }
-        std::vector<float> expected;
-        for (const std::size_t i : mappedReduction(in, height, width, 20000.0F, 0.0F)) {
-            expected.push_back(static_cast<float>(i));
-        }
-        ASSERT_EQ(ids(selected(height, width, in)), expected) << height << " x " << width;
+        ASSERT_EQ(ids(selected(height, width, in)),
+                  mappedReduction(in, height, width, 20000.0F, 0.0F))
+            << height << " x " << width;
     }
 }
 

@@ -83,6 +83,13 @@ TEST_F(CgroupCpuLimitTest, Version1QuotaIsRead) {
     EXPECT_EQ(limit(), 2);
 }
 
+TEST_F(CgroupCpuLimitTest, Version1MountedUnderItsShortNameIsRead) {
+    belongsTo("4:cpuacct,cpu:/job\n");
+    write(mount() / "cpu/job/cpu.cfs_quota_us", "300000\n");
+    write(mount() / "cpu/job/cpu.cfs_period_us", "100000\n");
+    EXPECT_EQ(limit(), 3);
+}
+
 TEST_F(CgroupCpuLimitTest, Version1WithoutQuotaIsNoLimit) {
     belongsTo("4:cpuacct,cpu:/job\n");
     write(mount() / "cpu/job/cpu.cfs_quota_us", "-1\n");

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: BSD-3-Clause
+# Builds the library inside another project's build.
+# Usage: embedding_test.sh SOURCE_DIR WORK_DIR COMPILER QT_MAJOR
+set -euo pipefail
+source=$1 work=$2 compiler=$3 qt=$4
+
+rm -rf "$work"
+cmake -S "$source/tests/install/embedding" -B "$work" -G Ninja -DLIBFEATURES="$source" \
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" \
+    -DFEATURES_QT_MAJOR="$qt"
+cmake --build "$work"
+"$work/keep_strongest" | diff -u "$source/examples/keep_strongest.expected" -
+
+# The host decides what is tested and installed.
+if [[ $(ctest --test-dir "$work" --show-only 2>&1) != *"Total Tests: 0"* ]]; then
+    echo "the host's build got this project's tests" >&2
+    exit 1
+fi
+DESTDIR=$work/installed cmake --install "$work"
+if [[ -n $(find "$work/installed" -type f 2>/dev/null) ]]; then
+    echo "the host's installation got this project's files" >&2
+    exit 1
+fi

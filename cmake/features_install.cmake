@@ -4,6 +4,8 @@ include(CMakePackageConfigHelpers)
 
 set(FEATURES_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/libfeatures-${PROJECT_VERSION_MAJOR})
 set(FEATURES_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/libfeatures)
+set(FEATURES_COMPONENTS runtime dev)
+set(FEATURES_PACKAGES libfeatures${PROJECT_VERSION_MAJOR} libfeatures-dev)
 
 install(TARGETS features marlocuda EXPORT marlo_features-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -38,4 +40,9 @@ configure_file(cmake/libfeatures.pc.in ${PROJECT_BINARY_DIR}/libfeatures.pc @ONL
 install(FILES ${PROJECT_BINARY_DIR}/libfeatures.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+# Where Debian packages keep it, one file a package.
+foreach(component package IN ZIP_LISTS
+    FEATURES_COMPONENTS FEATURES_PACKAGES)
+  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} RENAME copyright
+      COMPONENT ${component})
+endforeach()

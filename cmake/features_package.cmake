@@ -8,6 +8,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_COMPONENTS_ALL runtime dev)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/features_cpack_check.cmake)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -21,8 +22,9 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libfeatures${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "Local image features for photogrammetry: shared libraries\n\
- Finds, describes, selects and matches local image features.")
+    "Local image features for photogrammetry - shared libraries\n\
+ Finds, describes, selects and matches local image features. This package has what\n\
+ programs need to run.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libfeatures-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -35,7 +37,8 @@ endif()
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "libfeatures${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libeigen3-dev, ${FEATURES_QT_DEV_PACKAGE}")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
-    "Local image features for photogrammetry: development files\n\
- Headers, CMake package and pkg-config file of libfeatures.")
+    "Local image features for photogrammetry - development files\n\
+ Headers, CMake package and pkg-config file: what programs that use libfeatures need\n\
+ to be built.")
 
 include(CPack)

@@ -2,13 +2,13 @@
 # SPDX-License-Identifier: BSD-3-Clause
 # Installs the Debian packages that the project needs.
 # Usage: install-deps.sh [build|test]
-#   build: to build and install the library (default)
+#   build: to build, install and package the library (default)
 #   test:  also to run every test
 set -euo pipefail
 
-build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev)
+build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev dpkg-dev file)
 tests=(libgtest-dev libgmock-dev clang-14 clang-format-14 libomp-14-dev libclang-rt-14-dev
-       qtbase5-dev dpkg-dev file binutils git)
+       qtbase5-dev binutils git)
 
 case ${1:-build} in
     build) packages=("${build[@]}") ;;
@@ -37,6 +37,7 @@ if [[ $EUID -ne 0 ]]; then
     as_root=(sudo)
 fi
 echo "Installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-"${as_root[@]}" apt-get update -q
-"${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}"
+# Errors still come through; what apt says of each package does not.
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -qq -y --no-install-recommends -o Dpkg::Use-Pty=0 "${missing[@]}" >/dev/null

@@ -23,9 +23,10 @@ namespace marlo {
 /// when the GPU fails, the controller goes back to the CPU for good, says so in the log and repeats
 /// the step.
 ///
-/// What goes wrong inside a plug-in does not leave detect(), select() or compute(): it is logged as
-/// an error (log level 7) and the output is empty. An empty result therefore calls for a look at
-/// the log.
+/// A std::exception of a plug-in, GPU failures apart, does not leave detect(), select() or
+/// compute(): it is logged as an error (log level 7) and the output is empty. An empty result
+/// therefore calls for a look at the log. Selectors report an empty input the same way, so an image
+/// without keypoints leaves such a line too.
 ///
 /// Use a controller from one thread at a time. After being moved from it can only be destroyed or
 /// assigned to.
@@ -35,19 +36,24 @@ public:
     /// both "LDAH" or both "SIFT" and no GPU is used, one object serves as both, so that
     /// description reuses the scale space of detection. The selector's key may be empty: there is
     /// no selector then.
-    /// @throws std::runtime_error if a key is not registered.
+    ///
+    /// Any registered detector and extractor can be created; those that are to run need a key that
+    /// begins with "LDAH" or "SIFT" and SiftLdahBaseParams ("... not supported in mapper."
+    /// otherwise, in the log).
+    /// @throws std::runtime_error if a key is not registered or its creator gives no object.
     FeaturesController(const QString& detector, const QString& extractor, const QString& selector,
                        const QString& transform);
 
     /// Takes plug-ins that the host has made. `extractor` may be null if the detector also
-    /// extracts (it then serves as both) or if nothing is to be described; `selector` may be null.
+    /// extracts (it then serves as both) or if nothing is to be described (compute() then logs an
+    /// error and gives no rows); `selector` may be null.
     ///
     /// These objects have no keys, and keys decide which parameters are set before they run. A
     /// detector or extractor with SiftLdahBaseParams goes by "LDAH" or "SIFT", as its `useSift`
     /// says, and is given the image scale; any other is refused by detect() and compute() ("...
-    /// not supported in mapper."). The selector is given the number of keypoints only. There is no
-    /// fallback from a GPU object: its failure reaches the caller of detect() or compute() as
-    /// "Cannot fallback to CPU: LDAH" (or SIFT).
+    /// not supported in mapper."). A selector is given the number of keypoints only: set its other
+    /// parameters before you hand it over. There is no fallback from a GPU object: its failure
+    /// reaches the caller of detect() or compute() as "Cannot fallback to CPU: LDAH" (or SIFT).
     /// @throws std::runtime_error if `detector` or `transform` is null.
     FeaturesController(std::unique_ptr<IKeypointDetector> detector,
                        std::unique_ptr<IDescriptorExtractor> extractor,
@@ -64,7 +70,7 @@ public:
     /// @param imageScale  the factor by which the host has resized the image: keypoints are divided
     ///                    by it and so refer to the unscaled image
     /// @param height,width  size of the unscaled image in pixels
-    /// @param count  how many keypoints to select
+    /// @param count  how many keypoints to select; a negative number asks for all
     void setFeatureSetParams(double imageScale, int height, int width, int count);
 
     /// Replaces `keypoints` by those that the detector finds in `image` itself, untransformed.

@@ -13,6 +13,10 @@ namespace marlo {
 
 /// Describes keypoints. The order of the virtual functions is part of the interface.
 /// Use an object from one thread at a time.
+///
+/// FeaturesController runs extractors that have SiftLdahBaseParams as a second base and, if it
+/// creates them by name, a key that begins with "LDAH" or "SIFT". It sets the image scale before
+/// each description: keypoint positions times it are pixels of the image.
 class FEATURES_EXPORT IDescriptorExtractor {
 public:
     virtual ~IDescriptorExtractor();
@@ -21,7 +25,7 @@ public:
     [[nodiscard]] virtual std::unique_ptr<IDescriptorExtractor> cloneExtractor() const = 0;
     /// Replaces `descriptors` by one row per keypoint of `image` (height x width). An extractor may
     /// drop or reorder keypoints; row i always belongs to keypoint i of the vector as it stands
-    /// after the call.
+    /// after the call, which callers rely on without a check.
     /// @throws std::runtime_error where 8-bit images are not supported.
     virtual void compute(const ByteImage& image, std::vector<Keypoint>& keypoints,
                          DescMat& descriptors) = 0;

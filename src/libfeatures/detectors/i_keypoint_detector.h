@@ -12,6 +12,10 @@ namespace marlo {
 
 /// Finds keypoints in an image. The order of the virtual functions is part of the interface.
 /// Use an object from one thread at a time; clone() gives an independent one for another thread.
+///
+/// FeaturesController runs detectors that have SiftLdahBaseParams as a second base and, if it
+/// creates them by name, a key that begins with "LDAH" or "SIFT". It sets the image scale before
+/// each detection; the detector divides positions and scales by it.
 class FEATURES_EXPORT IKeypointDetector {
 public:
     virtual ~IKeypointDetector();

@@ -5,7 +5,6 @@
 #include <memory>
 #include <vector>
 
-#include "libfeatures/base/image.h"
 #include "libfeatures/base/keypoint.h"
 #include "libfeatures/descriptors/i_descriptor_extractor.h"
 #include "libfeatures/detectors/i_keypoint_detector.h"
@@ -13,6 +12,7 @@
 #include "libfeatures/selectors/i_keypoint_selector.h"
 #include "libfeatures/transforms/i_transform.h"
 #include "support/desc_mat.h"
+#include "support/image.h"
 
 namespace marlo {
 

@@ -4,10 +4,10 @@
 #include <memory>
 #include <vector>
 
-#include "libfeatures/base/image.h"
 #include "libfeatures/base/keypoint.h"
 #include "libfeatures/features_export.h"
 #include "support/desc_mat.h"
+#include "support/image.h"
 
 namespace marlo {
 

@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "libfeatures/base/image.h"
 #include "libfeatures/base/keypoint.h"
 #include "libfeatures/features_export.h"
+#include "support/image.h"
 
 namespace marlo {
 

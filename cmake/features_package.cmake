@@ -21,10 +21,7 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libfeatures${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "Local image features for photogrammetry - shared libraries\n\
- Finds, describes, selects and matches local image features. This package has what\n\
- programs need to run.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Shared libraries: what programs need to run.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libfeatures-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -37,8 +34,6 @@ endif()
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "libfeatures${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libeigen3-dev, ${FEATURES_QT_DEV_PACKAGE}")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
-    "Local image features for photogrammetry - development files\n\
- Headers, CMake package and pkg-config file: what programs that use libfeatures need\n\
- to be built.")
+    "Headers, CMake package and pkg-config file: what is needed to build programs.")
 
 include(CPack)

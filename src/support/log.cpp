@@ -11,6 +11,7 @@
 namespace marlo::log {
 namespace {
 
+// Enough for a sink that reports its own trouble; ends one that logs at every line.
 constexpr int kMostNestedLines = 8;
 
 class NestingGuard {

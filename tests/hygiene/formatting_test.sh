@@ -5,4 +5,5 @@
 set -euo pipefail
 cd "$1"
 files=$(git ls-files -co --exclude-standard -- '*.h' '*.cpp' '*.cu')
+[[ -n $files ]]
 xargs "$2" --dry-run --Werror <<<"$files"

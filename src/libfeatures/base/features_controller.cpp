@@ -59,8 +59,8 @@ std::unique_ptr<Interface> createPlugIn(const QString& name) {
     return plugIn;
 }
 
-// The side of the unscaled image. A scale that gives none (0, NaN) gives 0, which every selector
-// refuses as not set.
+// The side of the unscaled image. A scale that gives none (0, NaN) gives 0, which selectors
+// that need a size refuse.
 int unscaled(Eigen::Index pixels, double imageScale) {
     const double size = static_cast<double>(pixels) / imageScale;
     constexpr double kLimit = std::numeric_limits<int>::max();

@@ -38,8 +38,9 @@ public:
     /// no selector then.
     ///
     /// Any registered detector and extractor can be created; those that are to run need a key that
-    /// begins with "LDAH" or "SIFT" and SiftLdahBaseParams ("... not supported in mapper."
-    /// otherwise, in the log).
+    /// begins with "LDAH" or "SIFT" ("... not supported in mapper." in the log otherwise) and have
+    /// SiftLdahBaseParams ("This operation is only implemented for LDAH feature detectors" or
+    /// "descriptors" otherwise).
     /// @throws std::runtime_error if a key is not registered or its creator gives no object.
     FeaturesController(const QString& detector, const QString& extractor, const QString& selector,
                        const QString& transform);
@@ -75,7 +76,8 @@ public:
 
     /// Replaces `keypoints` by those that the detector finds in `image` itself, untransformed.
     /// @throws std::runtime_error "Cannot fallback to CPU: " and the detector's key, if a detector
-    ///         other than "LDAHCuda" and "SIFTCuda" reports a GPU failure.
+    ///         other than "LDAHCuda" and "SIFTCuda" reports a GPU failure; what making the CPU
+    ///         variant throws, if that fails.
     void detect(const ByteImage& image, std::vector<Keypoint>& keypoints);
     void detect(const FloatImage& image, std::vector<Keypoint>& keypoints);
 
@@ -89,7 +91,8 @@ public:
 
     /// The whole road: transform, detect, select, map back, compute. `keypoints` receives the
     /// selected keypoints in the geometry of `image` and `descriptors` their rows. Without a
-    /// selector nothing is selected, so both are empty.
+    /// selector nothing is selected, so both are empty. If description fails, `keypoints` stays
+    /// and `descriptors` is empty: check `descriptors.rows`.
     /// @throws std::runtime_error as detect() and compute(), whatever the transform throws, and, if
     ///         the extractor drops keypoints:
     ///         "[features_controller:462] keypoint size missmatch. Reason: The Spherical transform

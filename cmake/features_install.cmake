@@ -4,8 +4,6 @@ include(CMakePackageConfigHelpers)
 
 set(FEATURES_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/libfeatures-${PROJECT_VERSION_MAJOR})
 set(FEATURES_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/libfeatures)
-set(FEATURES_COMPONENTS runtime dev)
-set(FEATURES_PACKAGES libfeatures${PROJECT_VERSION_MAJOR} libfeatures-dev)
 
 install(TARGETS features marlocuda EXPORT marlo_features-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -41,8 +39,7 @@ install(FILES ${PROJECT_BINARY_DIR}/libfeatures.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
 # Where Debian packages keep it, one file a package.
-foreach(component package IN ZIP_LISTS
-    FEATURES_COMPONENTS FEATURES_PACKAGES)
-  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} RENAME copyright
-      COMPONENT ${component})
-endforeach()
+install(FILES LICENSE RENAME copyright COMPONENT runtime
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libfeatures${PROJECT_VERSION_MAJOR})
+install(FILES LICENSE RENAME copyright COMPONENT dev
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libfeatures-dev)

@@ -4,6 +4,7 @@
 #include <libfeatures/features.h>
 
 #include <Eigen/LU>
+#include <cmath>
 #include <iostream>
 
 namespace {
@@ -73,8 +74,8 @@ public:
                  marlo::DescMat& descriptors) override {
         descriptors.create(static_cast<int>(keypoints.size()), 25, marlo::DescMat::Float);
         for (std::size_t i = 0; i < keypoints.size(); ++i) {
-            const auto x = static_cast<Eigen::Index>(keypoints[i].x * imageScale);
-            const auto y = static_cast<Eigen::Index>(keypoints[i].y * imageScale);
+            const Eigen::Index x = std::lround(keypoints[i].x * imageScale);
+            const Eigen::Index y = std::lround(keypoints[i].y * imageScale);
             Eigen::Map<Patch> row(
                 reinterpret_cast<float*>(descriptors.data + i * descriptors.step));
             row = image.block<5, 5>(y - 2, x - 2);

@@ -5,14 +5,13 @@
 set -euo pipefail
 cd "$1"
 
-block() {  # block N: the text of the Nth fenced block of README that is a program or plain output
-    awk -v wanted="$1" '
-        /^```(cpp)?$/ && !inside { inside = 1; ++number; next }
-        /^```/ && inside == 2 { inside = 0; next }
-        /^```./ { inside = 2; next }
-        /^```$/ { inside = 0; next }
-        inside == 1 && number == wanted' README.md
-}
-
-diff -u <(tail -n +2 examples/keep_strongest.cpp) <(block 1)
-diff -u examples/keep_strongest.expected <(block 2)
+program=$(tail -n +2 examples/keep_strongest.cpp)  # without the licence line
+output=$(<examples/keep_strongest.expected)
+# The back quotes are Markdown's.
+# shellcheck disable=SC2016
+shown=$(printf '```cpp\n%s\n```\n\n```\n%s\n```' "$program" "$output")
+if [[ $(<README.md) != *"$shown"* ]]; then
+    echo "README.md does not show examples/keep_strongest.cpp followed by its output:" >&2
+    echo "$shown" >&2
+    exit 1
+fi

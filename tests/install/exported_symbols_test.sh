@@ -27,10 +27,11 @@ compare() {  # compare LIBRARY LIST
 
 only_ours() {  # only_ours LIBRARY: nothing outside our namespace, nothing private
     local foreign
-    foreign=$(exported "$1" | grep -vE \
-        '^((QString|typeinfo for|typeinfo name for|vtable for|non-virtual thunk to) )?marlo::|^mlc[A-Z]' ||
-        true)
-    foreign+=$(exported "$1" | grep -E '::(detail|test)::|\(anonymous namespace\)' || true)
+    foreign=$(
+        exported "$1" | grep -vE \
+            '^((QString|typeinfo for|typeinfo name for|vtable for|non-virtual thunk to) )?marlo::|^mlc[A-Z]'
+        exported "$1" | grep -E '::(detail|test)::|\(anonymous namespace\)'
+    ) || true  # grep's status: nothing found is what is wanted
     if [[ -n $foreign ]]; then
         echo "$1 exports what it should not:" >&2
         echo "$foreign" >&2

@@ -4,7 +4,7 @@
 # Usage: qt_mix_test.sh PREFIX WORK_DIR COMPILER QT_MAJOR
 set -euo pipefail
 prefix=$1 work=$2 compiler=$3 qt=$4
-other=$((11 - qt))
+other=$((qt == 6 ? 5 : 6))
 
 rm -rf "$work"
 mkdir -p "$work"

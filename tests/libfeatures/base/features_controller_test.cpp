@@ -360,38 +360,48 @@ TEST_F(FeaturesControllerTest, DefaultSelectorGetsHeightThenWidth) {
     EXPECT_EQ(out.size(), 2U);
 }
 
-// The parameters that a selector is given when it is registered under this key.
+// Whether a selector is configured depends on the key that it is registered under.
 class SelectorKeyTest : public test::ControllerFixture {
 protected:
-    Journal askedUnder(const char* key) {
-        auto& factory = extensibleFactoryInstance<IKeypointSelector>();
-        factory.registerType(key, [this, sdc = std::string(key).find("ANMS") == std::string::npos] {
-            return sdc ? std::unique_ptr<IKeypointSelector>(
-                             std::make_unique<test::SdcLikeSelector>("sdc", journal))
-                       : std::make_unique<test::AnmsLikeSelector>("anms", journal);
-        });
+    Journal journalOf(const char* key, ExtensibleFactory<IKeypointSelector>::Creator creator) {
+        extensibleFactoryInstance<IKeypointSelector>().registerType(key, std::move(creator));
         auto created = controller("LDAH", "LDAH", key);
         created.setFeatureSetParams(1.0, 480, 640, 10);
         std::vector<Keypoint> out;
         created.select({Keypoint()}, out);
         return journal;
     }
+    Journal sdcJournalOf(const char* key) {
+        return journalOf(
+            key, [this] { return std::make_unique<test::SdcLikeSelector>("sdc", journal); });
+    }
+    Journal anmsJournalOf(const char* key) {
+        return journalOf(key, [this] {
+            auto selector = std::make_unique<test::AnmsLikeSelector>("anms", journal);
+            selector->setRobustness(0.1F);  // not the 0.8 that the controller sets
+            return selector;
+        });
+    }
 };
 
 TEST_F(SelectorKeyTest, AnyKeyThatBeginsWithSdcIsConfigured) {
-    EXPECT_THAT(askedUnder("SDCx"), testing::Contains("sdc.params 640 480 0.25 0.1"));
+    EXPECT_THAT(sdcJournalOf("SDCx"), testing::Contains("sdc.params 640 480 0.25 0.1"));
 }
 
 TEST_F(SelectorKeyTest, SdcInLowerCaseIsNot) {
-    EXPECT_THAT(askedUnder("sdc"), testing::Contains("sdc.params 0 0 0 0"));
+    EXPECT_THAT(sdcJournalOf("sdc"), testing::Contains("sdc.params 0 0 0 0"));
 }
 
 TEST_F(SelectorKeyTest, SdcFurtherOnInTheKeyIsNot) {
-    EXPECT_THAT(askedUnder("xSDC"), testing::Contains("sdc.params 0 0 0 0"));
+    EXPECT_THAT(sdcJournalOf("xSDC"), testing::Contains("sdc.params 0 0 0 0"));
 }
 
 TEST_F(SelectorKeyTest, AnyKeyThatBeginsWithAnmsIsConfigured) {
-    EXPECT_THAT(askedUnder("ANMSx"), testing::Contains("anms.params 0.8"));
+    EXPECT_THAT(anmsJournalOf("ANMSx"), testing::Contains("anms.params 0.8"));
+}
+
+TEST_F(SelectorKeyTest, AnmsInLowerCaseIsNot) {
+    EXPECT_THAT(anmsJournalOf("anms"), testing::Contains("anms.params 0.1"));
 }
 
 TEST_F(FeaturesControllerTest, AnyKeyThatBeginsWithDefaultIsConfigured) {

@@ -1,20 +1,23 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
 # Installs the Debian packages that the project needs.
-# Usage: install-deps.sh [build|test]
+# Usage: install-deps.sh [build|test|bench]
 #   build: to build, install and package the library (default)
 #   test:  also to run every test
+#   bench: to build the library, its benchmarks and what they compare with
 set -euo pipefail
 
 build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev dpkg-dev file)
 tests=(libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14 libomp-14-dev
        libclang-rt-14-dev qtbase5-dev binutils git)
+benchmarks=(libbenchmark-dev libopencv-dev libvlfeat-dev)
 
 case ${1:-build} in
     build) packages=("${build[@]}") ;;
     test) packages=("${build[@]}" "${tests[@]}") ;;
+    bench) packages=("${build[@]}" "${benchmarks[@]}") ;;
     *)
-        echo "usage: $0 [build|test]" >&2
+        echo "usage: $0 [build|test|bench]" >&2
         exit 2
         ;;
 esac

@@ -5,13 +5,13 @@
 set -euo pipefail
 cd "$1"
 
-program=$(tail -n +2 examples/keep_strongest.cpp)  # without the licence line
-output=$(<examples/keep_strongest.expected)
+program=$(tail -n +2 examples/describe_image.cpp)  # without the licence line
+output=$(<examples/describe_image.expected)
 # The back quotes are Markdown's.
 # shellcheck disable=SC2016
 shown=$(printf '```cpp\n%s\n```\n\n```\n%s\n```' "$program" "$output")
 if [[ $(<README.md) != *"$shown"* ]]; then
-    echo "README.md does not show examples/keep_strongest.cpp followed by its output:" >&2
+    echo "README.md does not show examples/describe_image.cpp followed by its output:" >&2
     echo "$shown" >&2
     exit 1
 fi

@@ -29,13 +29,13 @@ cmake -S "$examples" -B "$work/cmake" -G Ninja \
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" \
     -DCMAKE_PREFIX_PATH="$work/moved"
 cmake --build "$work/cmake"
-for example in keep_strongest own_plug_ins; do
+for example in describe_image own_plug_ins; do
     check "$work/cmake/$example" "$examples/$example.expected"
 done
 
 export PKG_CONFIG_PATH=$work/moved/$libdir/pkgconfig LD_LIBRARY_PATH=$work/moved/$libdir
 # Word splitting is what pkg-config's output is made for.
 # shellcheck disable=SC2046
-"$compiler" -std=c++17 "${flags[@]}" "$examples/keep_strongest.cpp" -o "$work/keep_strongest" \
+"$compiler" -std=c++17 "${flags[@]}" "$examples/describe_image.cpp" -o "$work/describe_image" \
     $(pkg-config --cflags --libs libfeatures)
-check "$work/keep_strongest" "$examples/keep_strongest.expected"
+check "$work/describe_image" "$examples/describe_image.expected"

@@ -42,5 +42,5 @@ dpkg-deb --extract "$runtime" "$work/root"
 dpkg-deb --extract "$dev" "$work/root"
 cmake -S "$examples" -B "$work/consumer" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
     -DCMAKE_PREFIX_PATH="$work/root/usr"
-cmake --build "$work/consumer" --target keep_strongest
-"$work/consumer/keep_strongest" | diff -u "$examples/keep_strongest.expected" -
+cmake --build "$work/consumer" --target describe_image
+"$work/consumer/describe_image" | diff -u "$examples/describe_image.expected" -

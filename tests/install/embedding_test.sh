@@ -10,7 +10,7 @@ cmake -S "$source/tests/install/embedding" -B "$work" -G Ninja -DLIBFEATURES="$s
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" \
     -DFEATURES_QT_MAJOR="$qt"
 cmake --build "$work"
-"$work/keep_strongest" | diff -u "$source/examples/keep_strongest.expected" -
+"$work/describe_image" | diff -u "$source/examples/describe_image.expected" -
 
 # The host decides what is tested and installed.
 if [[ $(ctest --test-dir "$work" --show-only 2>&1) != *"Total Tests: 0"* ]]; then

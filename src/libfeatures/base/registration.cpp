@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "libfeatures/base/extensible_factory.h"
+#include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/selectors/feature_selector_default.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
@@ -19,9 +21,19 @@ void registerPlugIn(const char* key) {
 
 }  // namespace
 
-void registerMainFeatureDetectors() {}
+void registerMainFeatureDetectors() {
+    auto& factory = extensibleFactoryInstance<IKeypointDetector>();
+    factory.registerType("LDAH", Features2dSiftLdah::createDetectorLDAH);
+    factory.registerType("SIFT", Features2dSiftLdah::createDetectorSIFT);
+}
 
-void registerMainDescriptorExtractors() {}
+void registerMainDescriptorExtractors() {
+    auto& factory = extensibleFactoryInstance<IDescriptorExtractor>();
+    factory.registerType("LDAH", Features2dSiftLdah::createDescriptorLDAH);
+    factory.registerType("LDAHCuda", SiftLdahDescriptor::createDescriptorLDAH);
+    factory.registerType("SIFT", Features2dSiftLdah::createDescriptorSIFT);
+    factory.registerType("SIFTCuda", SiftLdahDescriptor::createDescriptorSIFT);
+}
 
 void registerMainDescriptorMatchers() {}
 

@@ -8,10 +8,20 @@
 /// a key which a host has given to a plug-in of its own goes back to the library's.
 namespace marlo {
 
-/// The library has no detector of its own yet.
+/// | key  | class              | makes            |
+/// |------|--------------------|------------------|
+/// | LDAH | Features2dSiftLdah | LDAH descriptors |
+/// | SIFT | Features2dSiftLdah | SIFT descriptors |
+///
+/// The two find the same keypoints.
 FEATURES_EXPORT void registerMainFeatureDetectors();
 
-/// The library has no extractor of its own yet.
+/// | key      | class              | makes                                |
+/// |----------|--------------------|--------------------------------------|
+/// | LDAH     | Features2dSiftLdah | LDAH descriptors, from the detector's own scale space |
+/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors, with gradients from the GPU |
+/// | SIFT     | Features2dSiftLdah | SIFT descriptors, from the detector's own scale space |
+/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors, with gradients from the GPU |
 FEATURES_EXPORT void registerMainDescriptorExtractors();
 
 /// The library has no matcher of its own yet.

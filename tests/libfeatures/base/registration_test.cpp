@@ -7,6 +7,8 @@
 #include <typeinfo>
 
 #include "libfeatures/base/extensible_factory.h"
+#include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/selectors/feature_selector_default.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
@@ -19,6 +21,12 @@ bool creates(const char* key) {
     const std::unique_ptr<Interface> plugIn = extensibleFactoryInstance<Interface>().create(key);
     const Interface& object = *plugIn;
     return typeid(object) == typeid(Implementation);
+}
+
+template <typename Interface>
+bool makesSift(const char* key) {
+    const std::unique_ptr<Interface> plugIn = extensibleFactoryInstance<Interface>().create(key);
+    return dynamic_cast<SiftLdahBaseParams&>(*plugIn).useSift;
 }
 
 class RegistrationTest : public testing::Test {
@@ -34,6 +42,10 @@ protected:
 
 // First in the file: the registries of this process are still as they start.
 TEST_F(RegistrationTest, NothingIsRegisteredUntilTheHostAsks) {
+    EXPECT_THROW((void)extensibleFactoryInstance<IKeypointDetector>().create("SIFT"),
+                 std::runtime_error);
+    EXPECT_THROW((void)extensibleFactoryInstance<IDescriptorExtractor>().create("SIFT"),
+                 std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<IKeypointSelector>().create("TOP"),
                  std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<ITransform>().create("Default"),
@@ -42,9 +54,25 @@ TEST_F(RegistrationTest, NothingIsRegisteredUntilTheHostAsks) {
 
 TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     registerAll();
+    EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("LDAH")));
+    EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("SIFT")));
+    EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("LDAH")));
+    EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("SIFT")));
+    EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("LDAHCuda")));
+    EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));
+}
+
+TEST_F(RegistrationTest, KeysSayWhichRowsAreMade) {
+    registerAll();
+    EXPECT_FALSE(makesSift<IKeypointDetector>("LDAH"));
+    EXPECT_TRUE(makesSift<IKeypointDetector>("SIFT"));
+    EXPECT_FALSE(makesSift<IDescriptorExtractor>("LDAH"));
+    EXPECT_TRUE(makesSift<IDescriptorExtractor>("SIFT"));
+    EXPECT_FALSE(makesSift<IDescriptorExtractor>("LDAHCuda"));
+    EXPECT_TRUE(makesSift<IDescriptorExtractor>("SIFTCuda"));
 }
 
 TEST_F(RegistrationTest, KeysAreCaseSensitive) {

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "support/image.h"
+
+namespace marlo::detail {
+
+/// The gradients of one level of a scale space, as kernels read them. Refers to images of its
+/// maker.
+struct GradientSource {
+    /// @throws std::invalid_argument if the images differ in size.
+    GradientSource(const FloatImage& magnitudes, const FloatImage& orientations)
+        : magnitude(magnitudes.data()),
+          orientation(orientations.data()),
+          rows(magnitudes.rows()),
+          cols(magnitudes.cols()) {
+        if (magnitudes.rows() != orientations.rows() || magnitudes.cols() != orientations.cols()) {
+            throw std::invalid_argument("Gradient magnitudes and orientations differ in size.");
+        }
+    }
+
+    /// Asks for some rows and columns, ends included, ahead of their use: windows are too small for
+    /// the processor to guess what comes next. All of them lie in the image.
+    void prefetch(Eigen::Index firstRow, Eigen::Index lastRow, Eigen::Index firstCol,
+                  Eigen::Index lastCol) const {
+        constexpr Eigen::Index kLine = 64 / sizeof(float);
+        for (Eigen::Index r = firstRow; r <= lastRow; ++r) {
+            for (Eigen::Index c = firstCol; c < lastCol + kLine; c += kLine) {
+                const Eigen::Index pixel = r * cols + std::min(c, lastCol);
+                __builtin_prefetch(magnitude + pixel);
+                __builtin_prefetch(orientation + pixel);
+            }
+        }
+    }
+
+    const float* magnitude;
+    const float* orientation;
+    Eigen::Index rows;
+    Eigen::Index cols;
+};
+
+}  // namespace marlo::detail

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <span>
+
+/// Kernels come in tables: the same body compiled for several instruction sets, fastest first. The
+/// last entry runs everywhere. The entries of a table give the same bits.
+namespace marlo::detail {
+
+template <typename Function>
+struct Kernel {
+    const char* name;
+    bool (*isSupported)();
+    Function* run;
+};
+
+template <typename Function>
+using KernelList = std::span<const Kernel<Function>>;
+
+/// The fastest kernel that this processor can run.
+template <typename Function>
+Function* fastest(KernelList<Function> kernels) {
+    for (const Kernel<Function>& kernel : kernels) {
+        if (kernel.isSupported()) return kernel.run;
+    }
+    return kernels.back().run;
+}
+
+inline bool runsEverywhere() {
+    return true;
+}
+
+#if defined(__x86_64__)
+inline bool hasAvx2() {
+    return __builtin_cpu_supports("avx2") != 0;
+}
+#endif
+
+}  // namespace marlo::detail

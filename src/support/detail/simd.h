@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// For helpers of kernels, which are compiled for the processor of the kernel that calls them.
@@ -56,6 +57,15 @@ MARLO_KERNEL_INLINE V load(const Element* from) {
 template <typename V, typename Element>
 MARLO_KERNEL_INLINE void store(Element* to, const V& value) {
     *reinterpret_cast<typename InMemory<V>::Type*>(to) = value;
+}
+
+/// The first `count` lanes from memory, the others 0; all of them if `count` is W or more.
+template <int W>
+MARLO_KERNEL_INLINE FloatV<W> loadSome(const float* from, std::ptrdiff_t count) {
+    if (count >= W) return load<FloatV<W>>(from);
+    float lanes[W] = {};
+    for (std::ptrdiff_t i = 0; i < count; ++i) lanes[i] = from[i];
+    return load<FloatV<W>>(lanes);
 }
 
 template <int W>
@@ -193,24 +203,10 @@ MARLO_KERNEL_INLINE void addTurned(const FloatV<4> (&values)[2], float* to) {
     store(to + 4, load<F>(to + 4) + __builtin_shufflevector(values[0], values[1], 3, 4, 5, 6));
 }
 
-/// e^x for -1.6 <= x <= 0, within 2 ulp.
+/// e^x within 2 ulp for |x| <= 87; what lies beyond gives e^-87 or e^87.
 template <int W>
-MARLO_KERNEL_INLINE FloatV<W> expNearZero(FloatV<W> x) {
-    // Minimax polynomial of (e^x - 1) / x, relative error 2e-9, in an order of short dependences.
-    const FloatV<W> x2 = x * x;
-    const FloatV<W> x4 = x2 * x2;
-    const FloatV<W> a = x * 0.4999984800815582F + 0.9999999403953552F;
-    const FloatV<W> b = x * 0.04163636267185211F + 0.16665703058242798F;
-    const FloatV<W> c = x * 0.0013315604301169515F + 0.008279438130557537F;
-    const FloatV<W> d = x * 1.1043597623938695e-05F + 0.0001616257504792884F;
-    return ((a + b * x2) + (c + d * x2) * x4) * x + 1.0F;
-}
-
-/// e^x for x <= 0, within 2 ulp; what lies below -87 gives e^-87.
-template <int W>
-MARLO_KERNEL_INLINE FloatV<W> expOfNegative(FloatV<W> x) {
-    const FloatV<W> lowest = broadcast<W>(-87.0F);
-    x = x > lowest ? x : lowest;
+MARLO_KERNEL_INLINE FloatV<W> exponential(FloatV<W> x) {
+    x = larger<W>(smaller<W>(x, broadcast<W>(87.0F)), broadcast<W>(-87.0F));
     // x = n ln 2 + r with |r| <= ln 2 / 2; adding 1.5 * 2^23 rounds to an integer, which then
     // stands in the low bits. ln 2 in two parts, the first exact in 9 bits.
     constexpr float kRounder = 12582912.0F;

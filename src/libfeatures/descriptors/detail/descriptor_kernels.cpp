@@ -3,13 +3,16 @@
 
 #include <cstdint>
 
-#include "support/detail/gradient_batch.h"
 #include "support/detail/simd.h"
 
 namespace marlo::detail {
 namespace {
 
-constexpr int kBatch = 128;
+// Samples are gathered from several rows and then worked on in steps, each a loop over all of them:
+// short steps over many samples leave the processor more to do at once than one long step over the
+// few of a row. In between they lie here.
+constexpr std::ptrdiff_t kBatch = 128;
+constexpr std::ptrdiff_t kRoom = kBatch + 8;  // the last vector of a row may reach beyond the end
 
 constexpr float kTwoPi = 6.2831855F;
 // The middle of the descriptor lies between its second and third cell.
@@ -29,15 +32,14 @@ constexpr int kFirstDirections = kDirections + 1;  // a whole turn is a directio
 constexpr int kPlaces = kFirstCells * kFirstCells * kFirstDirections;
 
 struct Samples {
-    using Gradients = GradientBatch<kBatch>;
-
-    Gradients gradients;
-    alignas(32) float u[Gradients::kRoom];  // rows below the middle, in cells
-    alignas(32) float v[Gradients::kRoom];  // columns to the right of it
-    alignas(32) float gauss[Gradients::kRoom];
-    alignas(32) float firstCell[Gradients::kRoom];      // where its sums begin, for direction 0
-    alignas(32) std::uint32_t place[Gradients::kRoom];  // where the sums of its place begin
-    alignas(32) float part[Gradients::kRoom * kParts];
+    std::ptrdiff_t count = 0;
+    alignas(32) float down[kRoom];  // from the middle of the first cell, in cells
+    alignas(32) float right[kRoom];
+    alignas(32) float firstCell[kRoom];  // where its sums begin, for direction 0
+    alignas(32) float magnitude[kRoom];  // weighted by the distance from the middle
+    alignas(32) float direction[kRoom];
+    alignas(32) std::uint32_t place[kRoom];  // where the sums of its place begin
+    alignas(32) float part[kRoom * kParts];
 };
 
 struct Sums {
@@ -92,45 +94,106 @@ MARLO_KERNEL_INLINE std::ptrdiff_t lastNotAbove(double x) {
     return static_cast<double>(truncated) > x ? truncated - 1 : truncated;
 }
 
-// Where pixels of row i fall that lie at columns [j, end), from the centre.
-template <int W>
-MARLO_KERNEL_INLINE void appendPositions(const DescriptorWindow& window, float rowPart,
-                                         float colPart, std::ptrdiff_t j, std::ptrdiff_t end,
-                                         Samples& samples) {
-    for (std::ptrdiff_t at = samples.gradients.count; j < end; j += W, at += W) {
-        const FloatV<W> column = ramp<W>(static_cast<float>(j));
-        store(samples.u + at, column * window.sinScaled + rowPart + window.rowShift);
-        store(samples.v + at, column * window.cosScaled - colPart + window.colShift);
-    }
-}
+// Weights of the pixels by their distance from the middle, a Gaussian of 2 cells: that of a pixel
+// is the product of one for its row and one for its column.
+//   (s j + c i + a)^2 + (c j - s i + b)^2
+//     = (s^2 + c^2) (i^2 + j^2) + 2 (a s + b c) j + 2 (a c - b s) i + a^2 + b^2
+class GaussWindow {
+public:
+    MARLO_KERNEL_INLINE explicit GaussWindow(const DescriptorWindow& w)
+        : square_((w.sinScaled * w.sinScaled + w.cosScaled * w.cosScaled) * -0.125F),
+          row_((w.rowShift * w.cosScaled - w.colShift * w.sinScaled) * -0.25F),
+          col_((w.rowShift * w.sinScaled + w.colShift * w.cosScaled) * -0.25F),
+          constant_((w.rowShift * w.rowShift + w.colShift * w.colShift) * -0.125F),
+          firstCol_(w.firstCol),
+          fits_(w.lastCol - w.firstCol < kColumns) {}
 
-// From positions to weights, and to the first of the cells that a sample adds to with the position
-// in it; a sample that falls outside weighs nothing.
+    // Prepares the columns of a window of usual size once and for all ...
+    template <int W>
+    MARLO_KERNEL_INLINE void prepare(std::ptrdiff_t endCol) {
+        if (fits_) fill<W>(firstCol_, endCol);
+    }
+    // ... and those of a wide one piece by piece. The weights of columns [j, end).
+    template <int W>
+    MARLO_KERNEL_INLINE const float* ofColumns(std::ptrdiff_t j, std::ptrdiff_t end) {
+        if (fits_) return columns_ + (j - firstCol_);
+        fill<W>(j, end);
+        return columns_;
+    }
+    // Called for one row after the other, from `firstRow` on.
+    template <int W>
+    MARLO_KERNEL_INLINE float ofRow(std::ptrdiff_t i, std::ptrdiff_t firstRow) {
+        const std::ptrdiff_t lane = (i - firstRow) % W;
+        if (lane == 0) {
+            const FloatV<W> x = ramp<W>(static_cast<float>(i));
+            store(rows_, exponential<W>((x * square_ + row_) * x + constant_));
+        }
+        return rows_[lane];
+    }
+
+private:
+    static constexpr std::ptrdiff_t kColumns = 256;
+    static_assert(kColumns >= kBatch);
+
+    template <int W>
+    MARLO_KERNEL_INLINE void fill(std::ptrdiff_t j, std::ptrdiff_t end) {
+        for (float* to = columns_; j < end; j += W, to += W) {
+            const FloatV<W> x = ramp<W>(static_cast<float>(j));
+            store(to, exponential<W>((x * square_ + col_) * x));
+        }
+    }
+
+    float square_;
+    float row_;
+    float col_;
+    float constant_;
+    std::ptrdiff_t firstCol_;
+    bool fits_;
+    alignas(32) float columns_[kColumns + 16];
+    alignas(32) float rows_[8];
+};
+
+// Appends the pixels of row i at columns [j, end), from the centre: where they fall, and their
+// gradients. Those that fall outside get no magnitude.
 template <int W>
-MARLO_KERNEL_INLINE void computeCells(Samples& samples) {
+MARLO_KERNEL_INLINE void appendSamples(const GradientSource& gradients,
+                                       const DescriptorWindow& window, float rowWeight,
+                                       const float* colWeights, std::ptrdiff_t i, std::ptrdiff_t j,
+                                       std::ptrdiff_t end, Samples& samples) {
     using F = FloatV<W>;
     using I = IntV<W>;
     const F zero{};
-    const std::ptrdiff_t count = samples.gradients.count;
-    for (std::ptrdiff_t i = 0; i < count; i += W) {
-        const F u = load<F>(samples.u + i);
-        const F v = load<F>(samples.v + i);
-        store(samples.gauss + i, expNearZero<W>((u * u + v * v) * -0.125F));
-    }
-    for (std::ptrdiff_t i = 0; i < count; i += W) {
-        F rb = load<F>(samples.u + i) + kMiddle;
-        F cb = load<F>(samples.v + i) + kMiddle;
+    const float rowPart = window.cosScaled * static_cast<float>(i);
+    const float colPart = window.sinScaled * static_cast<float>(i);
+    const std::ptrdiff_t pixel = (window.centreRow + i) * gradients.cols + window.centreCol + j;
+    const float* magnitudes = gradients.magnitude + pixel;
+    const float* directions = gradients.orientation + pixel;
+    std::ptrdiff_t left = gradients.cols - (window.centreCol + j);  // pixels to the end of the row
+    std::ptrdiff_t at = samples.count;
+    samples.count += end - j;
+    for (; j < end; j += W, at += W, left -= W) {
+        const F column = ramp<W>(static_cast<float>(j));
+        const F u = column * window.sinScaled + rowPart + window.rowShift;
+        const F v = column * window.cosScaled - colPart + window.colShift;
+        F rb = u + kMiddle;
+        F cb = v + kMiddle;
         const I counts = (smaller<W>(rb, cb) > kLowest) & (larger<W>(rb, cb) < kHighest);
         rb = counts ? rb : zero;
         cb = counts ? cb : zero;
         const F r = roundedDown<W>(rb);
         const F c = roundedDown<W>(cb);
-        store(samples.gauss + i, counts ? load<F>(samples.gauss + i) : zero);
-        store(samples.u + i, rb - r);
-        store(samples.v + i, cb - c);
+        store(samples.down + at, rb - r);
+        store(samples.right + at, cb - c);
         // Whole numbers, exactly.
-        store(samples.firstCell + i,
+        store(samples.firstCell + at,
               ((r * kFirstCells + c) + (kFirstCells + 1)) * (kFirstDirections * kParts));
+        const F weight = load<F>(colWeights) * rowWeight;
+        const F magnitude = weight * loadSome<W>(magnitudes, left);
+        store(samples.magnitude + at, counts ? magnitude : zero);
+        store(samples.direction + at, loadSome<W>(directions, left));
+        colWeights += W;
+        magnitudes += W;
+        directions += W;
     }
 }
 
@@ -140,9 +203,8 @@ MARLO_KERNEL_INLINE void computeParts(const DescriptorWindow& window, Samples& s
     using F = FloatV<W>;
     using I = IntV<W>;
     const F zero{};
-    const std::ptrdiff_t count = samples.gradients.count;
-    for (std::ptrdiff_t i = 0; i < count; i += W) {
-        F theta = load<F>(samples.gradients.direction + i) - window.angle;
+    for (std::ptrdiff_t i = 0; i < samples.count; i += W) {
+        F theta = load<F>(samples.direction + i) - window.angle;
         if constexpr (kAnyAngle) {
             for (int turn = 0; turn < window.turnsDown; ++turn) {
                 theta = theta > kTwoPi ? theta - kTwoPi : theta;
@@ -152,16 +214,15 @@ MARLO_KERNEL_INLINE void computeParts(const DescriptorWindow& window, Samples& s
             }
         }
         theta = theta < zero ? theta + kTwoPi : theta;
-        const F gauss = load<F>(samples.gauss + i);
-        const I counts = (theta >= zero) & (theta <= kTwoPi) & (gauss > zero);
+        const I counts = (theta >= zero) & (theta <= kTwoPi);
         const F ob = (counts ? theta : zero) * 1.2732395F;
         const F o = wholePart<W>(ob);
         const F second = ob - o;
         const F first = 1.0F - second;
         store(samples.place + i, truncate<W>(load<F>(samples.firstCell + i) + o * kParts));
-        const F m = counts ? gauss * load<F>(samples.gradients.magnitude + i) : zero;
-        const F down = load<F>(samples.u + i);
-        const F right = load<F>(samples.v + i);
+        const F m = counts ? load<F>(samples.magnitude + i) : zero;
+        const F down = load<F>(samples.down + i);
+        const F right = load<F>(samples.right + i);
         const F up = 1.0F - down;
         const F left = 1.0F - right;
         const F weight[4] = {up * left * m, up * right * m, down * left * m, down * right * m};
@@ -181,21 +242,19 @@ MARLO_KERNEL_INLINE void addPart(const float* part, float* sum) {
 
 template <int W>
 MARLO_KERNEL_INLINE void addSamples(const DescriptorWindow& window, Samples& samples, Sums& sums) {
-    computeCells<W>(samples);
     if (window.turnsDown == 0 && window.turnsUp <= 1) {
         computeParts<W, false>(window, samples);
     } else {
         computeParts<W, true>(window, samples);
     }
-    const std::ptrdiff_t count = samples.gradients.count;
     std::ptrdiff_t i = 0;
-    for (; i + 2 <= count; i += 2) {
+    for (; i + 2 <= samples.count; i += 2) {
         const float* const part = samples.part + i * kParts;
         addPart<W>(part, sums.even + samples.place[i]);
         addPart<W>(part + kParts, sums.odd + samples.place[i + 1]);
     }
-    if (i < count) addPart<W>(samples.part + i * kParts, sums.even + samples.place[i]);
-    samples.gradients.count = 0;
+    if (i < samples.count) addPart<W>(samples.part + i * kParts, sums.even + samples.place[i]);
+    samples.count = 0;
 }
 
 // W of the eight sums of a place. A function, not a lambda: a lambda that is not inlined would be
@@ -266,23 +325,23 @@ MARLO_KERNEL_INLINE void descriptorBody(const GradientSource& gradients,
     Sums sums{};
     const ColumnLimits byRowCell(window.sinScaled);
     const ColumnLimits byColCell(window.cosScaled);
+    GaussWindow gauss(window);
+    gauss.prepare<W>(window.lastCol + 1);
     for (std::ptrdiff_t i = window.firstRow; i <= window.lastRow; ++i) {
-        const float rowPart = window.cosScaled * static_cast<float>(i);
-        const float colPart = window.sinScaled * static_cast<float>(i);
         Columns columns{static_cast<double>(window.firstCol), static_cast<double>(window.lastCol)};
-        byRowCell.narrow(rowPart + window.rowShift + kMiddle, columns);
-        byColCell.narrow(window.colShift - colPart + kMiddle, columns);
+        byRowCell.narrow(window.cosScaled * static_cast<float>(i) + window.rowShift + kMiddle,
+                         columns);
+        byColCell.narrow(window.colShift - window.sinScaled * static_cast<float>(i) + kMiddle,
+                         columns);
+        const float rowWeight = gauss.ofRow<W>(i, window.firstRow);
         if (columns.first > columns.last) continue;
         const std::ptrdiff_t end = lastNotAbove(columns.last) + 1;
         for (std::ptrdiff_t j = firstNotBelow(columns.first); j < end;) {
-            if (samples.gradients.count == kBatch) {
-                addSamples<W>(window, samples, sums);
-            }
-            const std::ptrdiff_t room = kBatch - samples.gradients.count;
+            if (samples.count == kBatch) addSamples<W>(window, samples, sums);
+            const std::ptrdiff_t room = kBatch - samples.count;
             const std::ptrdiff_t pieceEnd = end - j < room ? end : j + room;
-            appendPositions<W>(window, rowPart, colPart, j, pieceEnd, samples);
-            samples.gradients.template append<W>(gradients, window.centreRow + i,
-                                                 window.centreCol + j, window.centreCol + pieceEnd);
+            appendSamples<W>(gradients, window, rowWeight, gauss.ofColumns<W>(j, pieceEnd), i, j,
+                             pieceEnd, samples);
             j = pieceEnd;
         }
     }

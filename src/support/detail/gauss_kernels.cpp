@@ -146,8 +146,8 @@ MARLO_KERNEL_INLINE void alongRow(const float* in, int radius, const float* weig
     std::ptrdiff_t c = 0;
     const auto minus = [&](int k) { return in + c - k; };
     const auto plus = [&](int k) { return in + c + k; };
-    for (; c + 8 * W <= cols; c += 8 * W) {
-        weightedSum<W, 8>(in + c, minus, plus, weights, radius, out + c);
+    for (; c + 6 * W <= cols; c += 6 * W) {
+        weightedSum<W, 6>(in + c, minus, plus, weights, radius, out + c);
     }
     for (; c + W <= cols; c += W) {
         weightedSum<W, 1>(in + c, minus, plus, weights, radius, out + c);

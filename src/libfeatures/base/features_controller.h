@@ -67,11 +67,15 @@ public:
     FeaturesController& operator=(const FeaturesController&) = delete;
     ~FeaturesController();
 
-    /// Must be called before detection. Nothing is checked here.
+    /// Must be called before detection. Nothing is checked here: a scale of 0 or NaN gives
+    /// keypoints at infinity or nowhere.
     /// @param imageScale  the factor by which the host has resized the image: keypoints are divided
-    ///                    by it and so refer to the unscaled image
-    /// @param height,width  size of the unscaled image in pixels
-    /// @param count  how many keypoints to select; a negative number asks for all
+    ///                    by it and so refer to the unscaled image. That is exact if pixel (0, 0)
+    ///                    has stayed where it was; after a resampling that keeps the image's outer
+    ///                    edges (cv::resize) add (1 / imageScale - 1) / 2 to both coordinates
+    /// @param height,width  size of the unscaled image in pixels; select() uses it, process() knows
+    /// @param count  how many keypoints to select; a negative number asks for all. The selector
+    ///               "Default" goes by its grid instead
     void setFeatureSetParams(double imageScale, int height, int width, int count);
 
     /// Replaces `keypoints` by those that the detector finds in `image` itself, untransformed.

@@ -11,7 +11,8 @@ namespace marlo {
 ///
 /// Positions are in pixels of the full-resolution input image, x = column, y = row, with pixel
 /// centres at integers. The layout of this record (24 bytes) is a binary contract with the GPU
-/// library, which writes records straight into a std::vector<Keypoint>.
+/// library, which writes records straight into a std::vector<Keypoint>; the last two bytes are
+/// padding without a defined value, so compare or hash fields, not bytes.
 struct FEATURES_EXPORT Keypoint {
     Keypoint() = default;
     /// A keypoint known by its position only; everything else keeps its default.
@@ -39,7 +40,7 @@ struct FEATURES_EXPORT Keypoint {
     float x = 0.0F;
     float y = 0.0F;
     float scale = 7.0F;        ///< size in pixels of the input image (sigma of the scale space)
-    float angle = 0.0F;        ///< dominant direction in radians, about -3.05 to +3.05
+    float angle = 0.0F;        ///< dominant direction in radians, -pi to +pi, counter-clockwise
     float response = -1.0F;    ///< detector strength, larger is stronger; -1: no detector scored it
     unsigned char octave = 0;  ///< scale-space octave in which it was found
     unsigned char layer = 0;   ///< scale level inside that octave

@@ -58,11 +58,13 @@ public:
     /// `image` for compute().
     ///
     /// Pixels are expected in [0, 1]: an extremum counts if its interpolated difference exceeds
-    /// 0.0001. Pixels in [0, 255] work too, but then 255 times weaker extrema count: flat areas
-    /// give many more keypoints, and responses are 255 times larger than selectors expect.
+    /// 0.0001. Pixels in [0, 255] work too, but then 255 times weaker extrema count, so noise on
+    /// flat areas can give many more keypoints, and responses are 255 times larger than selectors
+    /// expect.
     /// No keypoint lies within 3 pixels (of its octave) of a border; an octave with fewer than 11
     /// rows or columns has none. An empty image gives none, nor does a constant one. NaN and
-    /// infinite pixels give none within reach of the blur; the rest of the image is not affected.
+    /// infinite pixels give none within reach of the blur; the rest of the image is not affected,
+    /// but for descriptors whose window reaches there.
     ///
     /// Positions and scales are divided by `imageScale`, which is not checked: 0 makes them
     /// infinite or NaN, a negative scale turns their sign.

@@ -128,6 +128,12 @@ void conv_in_place(float* data, int rows, int cols, double sigma) {
     if (rows < 0 || cols < 0) {
         throw std::invalid_argument("An image to blur cannot have a negative size.");
     }
+    // Row numbers and radii are added and multiplied as int below.
+    constexpr int kMost = 1 << 28;
+    if (rows > kMost || cols > kMost) {
+        throw std::invalid_argument(
+            "An image to blur cannot have more than 268435456 rows or columns.");
+    }
     if (!(sigma >= 0.0) || std::isinf(sigma)) {
         throw std::invalid_argument("The sigma of a blur must be finite and not negative.");
     }

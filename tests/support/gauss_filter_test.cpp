@@ -183,6 +183,14 @@ std::string refusal(int rows, int cols, double sigma) {
     return message;
 }
 
+TEST(GaussFilterTest, RefusesMoreRowsOrColumnsThanItCanCount) {
+    float pixel = 0.5F;
+    EXPECT_THROW(conv_in_place(&pixel, (1 << 28) + 1, 0, 1.0), std::invalid_argument);
+    EXPECT_THROW(conv_in_place(&pixel, 0, (1 << 28) + 1, 1.0), std::invalid_argument);
+    EXPECT_NO_THROW(conv_in_place(&pixel, 1 << 28, 0, 1.0));
+    EXPECT_EQ(pixel, 0.5F);
+}
+
 TEST(GaussFilterTest, RefusesNegativeSizes) {
     constexpr auto kNegativeSize = "An image to blur cannot have a negative size.";
     EXPECT_EQ(refusal(-1, 3, 1.0), kNegativeSize);

@@ -10,7 +10,7 @@ namespace marlo {
 
 /// | key  | class              | makes            |
 /// |------|--------------------|------------------|
-/// | LDAH | Features2dSiftLdah | LDAH descriptors |
+/// | LDAH | Features2dSiftLdah | LDAH descriptors; not yet |
 /// | SIFT | Features2dSiftLdah | SIFT descriptors |
 ///
 /// The two find the same keypoints.
@@ -18,10 +18,10 @@ FEATURES_EXPORT void registerMainFeatureDetectors();
 
 /// | key      | class              | makes                                |
 /// |----------|--------------------|--------------------------------------|
-/// | LDAH     | Features2dSiftLdah | LDAH descriptors, from the detector's own scale space |
-/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors, with gradients from the GPU |
-/// | SIFT     | Features2dSiftLdah | SIFT descriptors, from the detector's own scale space |
-/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors, with gradients from the GPU |
+/// | LDAH     | Features2dSiftLdah | LDAH descriptors, from the detector's own scale space; not yet
+/// | | LDAHCuda | SiftLdahDescriptor | LDAH descriptors, with gradients from the GPU; not yet | |
+/// SIFT     | Features2dSiftLdah | SIFT descriptors, from the detector's own scale space | |
+/// SIFTCuda | SiftLdahDescriptor | SIFT descriptors, with gradients from the GPU |
 FEATURES_EXPORT void registerMainDescriptorExtractors();
 
 /// The library has no matcher of its own yet.

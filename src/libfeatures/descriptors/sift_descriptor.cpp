@@ -22,8 +22,9 @@ void insertDescriptorsCurrentScaleAndOctave(DescMat& descriptors,
     if (!fits) {
         throw std::invalid_argument("The descriptor matrix does not have one row per keypoint.");
     }
-    detail::describeKeypoints({{octave, layer, octaveFactor, gradients}}, keypoints, imageScale,
-                              descriptors);
+    constexpr float kMostDirection = 9.424778F;  // 3 pi: whatever turn the directions begin at
+    detail::describeKeypoints({{octave, layer, octaveFactor, kMostDirection, gradients}}, keypoints,
+                              imageScale, descriptors);
 }
 
 }  // namespace marlo

@@ -23,8 +23,8 @@ namespace marlo {
 /// the norm and the row is scaled to length 1. (D. Lowe, IJCV 60(2), 2004, sec. 6; here the
 /// fraction of a pixel between keypoint and window centre is added after the rotation, unrotated.)
 /// A keypoint without any gradient in its window gets NaN, as does one of no finite position or
-/// size. Samples whose direction is not a number
-/// are left out. Angles beyond 50 radians are first reduced to [-pi, pi].
+/// size. Samples whose direction is not a number, or lies beyond 3 pi on either side, are left out.
+/// Angles beyond 50 radians are first reduced to [-pi, pi].
 ///
 /// `descriptors` has been sized by allocateDescriptors() for these keypoints and for `sift`.
 /// Runs on OpenMP threads; the result has the same bits for any number of them and on any

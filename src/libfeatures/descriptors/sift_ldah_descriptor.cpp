@@ -74,9 +74,11 @@ void SiftLdahDescriptor::createGradientPyramid(const FloatImage& image) {
 void SiftLdahDescriptor::computeDescriptors(const FloatImage& image,
                                             const std::vector<Keypoint>& keypoints,
                                             DescMat& descriptors) {
+    const bool isTooSmall = image.rows() < 13 || image.cols() < 13;
+    if (!isTooSmall) detail::requireDescribable(useSift);
     createGradientPyramid(image);
     currentOctave_ = 0;
-    if (image.rows() < 13 || image.cols() < 13) return;
+    if (isTooSmall) return;
     for (; currentOctave_ < kOctaves; ++currentOctave_) {
         for (int layer = 1; layer < kLevels; ++layer) {
             const gradient_t& level =

@@ -119,8 +119,8 @@ void Features2dSiftLdah::detect(const FloatImage& image, std::vector<Keypoint>& 
 
 void Features2dSiftLdah::createGaussPyramid(const FloatImage& image,
                                             std::vector<Keypoint>* keypoints) {
-    requireCountableSides(image);
     pyramidBuilt_ = false;
+    requireCountableSides(image);
     gradientPyramid_.resize(kOctaves);
     FloatImage levelZero;  // of the current octave, then of the next
     for (currentOctave_ = 0; currentOctave_ < kOctaves; ++currentOctave_) {
@@ -201,15 +201,17 @@ void Features2dSiftLdah::compute(const FloatImage& image, std::vector<Keypoint>&
     if (imageScale == 0.0F) {
         throw std::runtime_error("Invalid image scale, should be > 0.0");
     }
-    detail::requireDescribable(useSift);
     if (!pyramidBuilt_) createGaussPyramid(image, nullptr);
     if (image.rows() <= 12 || image.cols() <= 12) return;
+    detail::requireDescribable(useSift);
     std::vector<detail::LevelGradients> gradients;
     for (std::size_t octave = 0; octave < gradientPyramid_.size(); ++octave) {
         for (std::size_t level = detail::kFirstSearched; level <= detail::kLastSearched; ++level) {
-            gradients.push_back({static_cast<unsigned char>(octave), static_cast<int>(level),
-                                 static_cast<float>(1U << octave),
-                                 sourceOf(gradientPyramid_[octave][level])});
+            detail::LevelGradients entry{.octave = static_cast<unsigned char>(octave),
+                                         .layer = static_cast<int>(level),
+                                         .octaveFactor = static_cast<float>(1U << octave),
+                                         .gradients = sourceOf(gradientPyramid_[octave][level])};
+            gradients.push_back(entry);
         }
     }
     detail::describeKeypoints(gradients, keypoints, imageScale, descriptors);

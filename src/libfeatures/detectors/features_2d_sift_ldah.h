@@ -27,7 +27,8 @@ struct Extremum;
 ///
 /// Keypoints, their order and every bit of the descriptors are the same on every run, for any
 /// number of OpenMP threads and on any processor: octave by octave, level by level, row by row.
-/// Memory beyond the image: about 36 bytes per pixel.
+/// Memory beyond the image: about 36 bytes per pixel, and 500 rows for each
+/// thread.
 ///
 /// D. Lowe, Distinctive Image Features from Scale-Invariant Keypoints, IJCV 60(2), 2004. Departures
 /// are named where they are made; above all there is no test against edges, and the contrast
@@ -61,10 +62,10 @@ public:
     /// 0.0001. Pixels in [0, 255] work too, but then 255 times weaker extrema count, so noise on
     /// flat areas can give many more keypoints, and responses are 255 times larger than selectors
     /// expect.
-    /// No keypoint lies within 3 pixels (of its octave) of a border; an octave with fewer than 11
-    /// rows or columns has none. An empty image gives none, nor does a constant one. NaN and
-    /// infinite pixels give none within reach of the blur; the rest of the image is not affected,
-    /// but for descriptors whose window reaches there.
+    /// No keypoint lies within 1.5 pixels (of its octave) of the border pixels; an octave with
+    /// fewer than 11 rows or columns has none. An empty image gives none, nor does a constant one.
+    /// NaN and infinite pixels give none within reach of the blur; the rest of the image is not
+    /// affected, but for descriptors whose window reaches there.
     ///
     /// Positions and scales are divided by `imageScale`, which is not checked: 0 makes them
     /// infinite or NaN, a negative scale turns their sign.
@@ -84,7 +85,8 @@ public:
     /// Replaces `descriptors` by one row for each of `keypoints`, which stay as they are.
     ///
     /// Reads the scale space of the last detect() on this object, not `image`; only an object that
-    /// has never seen an image builds the scale space of `image`, and keeps that from then on.
+    /// has none, because it has not seen an image or detect() failed, builds that of `image` and
+    /// keeps it from then on.
     /// A keypoint whose octave is not 0 to 2 or whose layer is not 1 to 3 gets a row of zeros, as
     /// does every keypoint of an image of 12 rows or columns or fewer. A keypoint that no pixel
     /// with a gradient surrounds (off the image, of no finite position or size, on a flat area)

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
+#include <utility>
 
 #include "support/detail/simd.h"
 

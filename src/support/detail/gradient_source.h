@@ -23,10 +23,11 @@ struct GradientSource {
     }
 
     /// Asks for some rows and columns, ends included, ahead of their use: windows are too small for
-    /// the processor to guess what comes next. All of them lie in the image.
+    /// the processor to guess what comes next. All of them lie in the image; there may be none.
     void prefetch(Eigen::Index firstRow, Eigen::Index lastRow, Eigen::Index firstCol,
                   Eigen::Index lastCol) const {
         constexpr Eigen::Index kLine = 64 / sizeof(float);
+        if (firstCol > lastCol) return;
         for (Eigen::Index r = firstRow; r <= lastRow; ++r) {
             for (Eigen::Index c = firstCol; c < lastCol + kLine; c += kLine) {
                 const Eigen::Index pixel = r * cols + std::min(c, lastCol);

@@ -77,18 +77,6 @@ MARLO_KERNEL_INLINE FloatV<W> broadcast(float value) {
     }
 }
 
-/// first, first + 1, first + 2 ... ; exact below 2^24.
-template <int W>
-MARLO_KERNEL_INLINE FloatV<W> ramp(float first) {
-    if constexpr (W == 1) {
-        return first;
-    } else if constexpr (W == 4) {
-        return first + FloatV<4>{0.0F, 1.0F, 2.0F, 3.0F};
-    } else {
-        return first + FloatV<8>{0.0F, 1.0F, 2.0F, 3.0F, 4.0F, 5.0F, 6.0F, 7.0F};
-    }
-}
-
 template <int W>
 MARLO_KERNEL_INLINE IntV<W> truncate(FloatV<W> x) {
     if constexpr (W == 1) {
@@ -104,6 +92,19 @@ MARLO_KERNEL_INLINE FloatV<W> toFloat(IntV<W> x) {
         return static_cast<float>(x);
     } else {
         return __builtin_convertvector(x, FloatV<W>);
+    }
+}
+
+/// first, first + 1, first + 2 ... , each rounded for itself; below 2^31.
+template <int W>
+MARLO_KERNEL_INLINE FloatV<W> ramp(std::ptrdiff_t first) {
+    const auto start = static_cast<std::int32_t>(first);
+    if constexpr (W == 1) {
+        return static_cast<float>(start);
+    } else if constexpr (W == 4) {
+        return toFloat<4>(IntV<4>{0, 1, 2, 3} + start);
+    } else {
+        return toFloat<8>(IntV<8>{0, 1, 2, 3, 4, 5, 6, 7} + start);
     }
 }
 

@@ -251,7 +251,7 @@ TEST_F(SiftDescriptorTest, BrightnessOfTheGradientsDoesNotMatter) {
     }
 }
 
-TEST_F(SiftDescriptorTest, DirectionsThatAreNoNumbersAreLeftOut) {
+TEST_F(SiftDescriptorTest, DirectionsThatAreNoNumbersOrFarBeyondATurnAreLeftOut) {
     const FloatImage allMagnitudes = magnitude;
     FloatImage someMagnitudes = magnitude;
     FloatImage someDirections = orientation;
@@ -269,6 +269,37 @@ TEST_F(SiftDescriptorTest, DirectionsThatAreNoNumbersAreLeftOut) {
     magnitude = allMagnitudes;
     orientation = someDirections;
     EXPECT_EQ(rowOf(middle()), expected);
+}
+
+TEST_F(SiftDescriptorTest, DirectionsMayBeginAtAnyTurn) {
+    const Row expected = rowOf(middle());
+    orientation =
+        orientation.unaryExpr([](float x) { return x < 0.0F ? x + 6.2831855F : x; }).eval();
+    const Row fromZero = rowOf(middle());
+    for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(fromZero[i], expected[i], 1e-5F);
+}
+
+TEST_F(SiftDescriptorTest, ADirectionJustBeyondPiCounts) {
+    orientation.setConstant(std::nextafter(3.1415927F, 4.0F));
+    Keypoint keypoint = middle();
+    keypoint.angle = -3.1415927F;
+    EXPECT_NEAR(length(rowOf(keypoint)), 1.0F, 1e-5F);
+}
+
+TEST_F(SiftDescriptorTest, KeypointsBesideAnImageAndImagesWithoutColumnsAreHarmless) {
+    DescMat rows;
+    Keypoint left = middle();
+    left.x = -40.0F;
+    left.y = 0.0F;
+    const std::vector<Keypoint> two = {middle(), left};
+    allocateDescriptors(rows, 2, true);
+    insertDescriptorsCurrentScaleAndOctave(rows, two, 1.0F, two[0].layer, magnitude, orientation,
+                                           1.0F, two[0].octave, true);
+    EXPECT_TRUE(std::isnan(*reinterpret_cast<const float*>(rows.row(1).data)));
+    const FloatImage noColumns(20, 0);
+    insertDescriptorsCurrentScaleAndOctave(rows, two, 1.0F, two[0].layer, noColumns, noColumns,
+                                           1.0F, two[0].octave, true);
+    EXPECT_TRUE(std::isnan(*reinterpret_cast<const float*>(rows.row(0).data)));
 }
 
 TEST_F(SiftDescriptorTest, NoGradientsGiveNaN) {

@@ -180,6 +180,40 @@ TEST(Features2dSiftLdahTest, RefusesByteImages) {
     EXPECT_TRUE(descriptors.empty());
 }
 
+TEST(Features2dSiftLdahTest, RefusesImagesOfTooManyRows) {
+    const auto object = asObject(Features2dSiftLdah::createDetectorSIFT());
+    object->setParams(1.0F);
+    const FloatImage tall(Eigen::Index{1} << 30, 0);
+    std::vector<Keypoint> keypoints;
+    try {
+        object->detect(tall, keypoints);
+        FAIL() << "nothing was thrown";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(),
+                     "Images of more than 1073741823 rows or columns are not supported.");
+    }
+}
+
+TEST(Features2dSiftLdahTest, ComputeAfterAFailedDetectBuildsTheScaleSpaceOfItsOwnImage) {
+    const FloatImage first = test::photographLikeImage(60, 70, 1);
+    const FloatImage second = test::photographLikeImage(60, 70, 2);
+    const auto fresh = asObject(Features2dSiftLdah::createDetectorSIFT());
+    const auto used = asObject(Features2dSiftLdah::createDetectorSIFT());
+    std::vector<Keypoint> keypoints;
+    DescMat expected;
+    DescMat rows;
+    fresh->setParams(1.0F);
+    used->setParams(1.0F);
+    used->detect(first, keypoints);
+    ASSERT_FALSE(keypoints.empty());
+    std::vector<Keypoint> none;
+    EXPECT_THROW(used->detect(FloatImage(Eigen::Index{1} << 30, 0), none), std::invalid_argument);
+    fresh->compute(second, keypoints, expected);
+    used->compute(second, keypoints, rows);
+    EXPECT_EQ(
+        std::memcmp(rows.data, expected.data, static_cast<std::size_t>(rows.rows) * rows.step), 0);
+}
+
 TEST(Features2dSiftLdahTest, RefusesToBeClonedAsAnExtractor) {
     EXPECT_EQ(messageOf<std::runtime_error>([] { (void)siftOfScale(1.0F)->cloneExtractor(); }),
               "don't call this - re-use the same instance for descriptor extraction that was used "

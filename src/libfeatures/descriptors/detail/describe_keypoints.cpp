@@ -13,7 +13,6 @@
 namespace marlo::detail {
 namespace {
 
-constexpr float kPi = 3.1415927F;
 constexpr float kTwoPi = 6.2831855F;
 constexpr float kMostAngle = 50.0F;  // of keypoints whose angle is taken as it stands
 // Beyond any image, and small enough that sums of a few are integers of 32 bits.
@@ -49,7 +48,7 @@ int turnsUp(float theta) {
 
 // The window of a keypoint at (row, col) with scale sigma, in pixels of the octave.
 DescriptorWindow windowOf(float row, float col, float sigma, float keypointAngle,
-                          const GradientSource& gradients) {
+                          float mostDirection, const GradientSource& gradients) {
     DescriptorWindow window;
     // NaN, too, is nowhere: its window stays empty.
     if (!(std::fabs(row) < kFarAway && std::fabs(col) < kFarAway)) return window;
@@ -76,8 +75,8 @@ DescriptorWindow windowOf(float row, float col, float sigma, float keypointAngle
     window.rowShift = -(row - static_cast<float>(r0)) * inverse;
     window.colShift = -(col - static_cast<float>(c0)) * inverse;
     window.angle = angle;
-    window.turnsDown = turnsDown(kPi - angle);
-    window.turnsUp = turnsUp(-kPi - angle);
+    window.turnsDown = turnsDown(mostDirection - angle);
+    window.turnsUp = turnsUp(-mostDirection - angle);
     return window;
 }
 
@@ -93,7 +92,8 @@ void prefetch(const GradientSource& gradients, const DescriptorWindow& window) {
 DescriptorWindow windowOf(const LevelGradients& level, const Keypoint& keypoint, float imageScale) {
     const float f = level.octaveFactor;
     return windowOf(keypoint.y * imageScale / f, keypoint.x * imageScale / f,
-                    imageScale * keypoint.scale / f, keypoint.angle, level.gradients);
+                    imageScale * keypoint.scale / f, keypoint.angle, level.mostDirection,
+                    level.gradients);
 }
 
 // One keypoint to describe. In the order of the keys, neighbours read the same pixels.

@@ -14,6 +14,8 @@ struct LevelGradients {
     unsigned char octave = 0;
     int layer = 0;
     float octaveFactor = 1.0F;  ///< pixels of the image per pixel of the octave
+    /// Directions lie between this and its negative; those that do not are left out.
+    float mostDirection = 3.1415927F;
     GradientSource gradients;
 };
 

@@ -125,7 +125,7 @@ public:
     MARLO_KERNEL_INLINE float ofRow(std::ptrdiff_t i, std::ptrdiff_t firstRow) {
         const std::ptrdiff_t lane = (i - firstRow) % W;
         if (lane == 0) {
-            const FloatV<W> x = ramp<W>(static_cast<float>(i));
+            const FloatV<W> x = ramp<W>(i);
             store(rows_, exponential<W>((x * square_ + row_) * x + constant_));
         }
         return rows_[lane];
@@ -138,7 +138,7 @@ private:
     template <int W>
     MARLO_KERNEL_INLINE void fill(std::ptrdiff_t j, std::ptrdiff_t end) {
         for (float* to = columns_; j < end; j += W, to += W) {
-            const FloatV<W> x = ramp<W>(static_cast<float>(j));
+            const FloatV<W> x = ramp<W>(j);
             store(to, exponential<W>((x * square_ + col_) * x));
         }
     }
@@ -172,7 +172,7 @@ MARLO_KERNEL_INLINE void appendSamples(const GradientSource& gradients,
     std::ptrdiff_t at = samples.count;
     samples.count += end - j;
     for (; j < end; j += W, at += W, left -= W) {
-        const F column = ramp<W>(static_cast<float>(j));
+        const F column = ramp<W>(j);
         const F u = column * window.sinScaled + rowPart + window.rowShift;
         const F v = column * window.cosScaled - colPart + window.colShift;
         F rb = u + kMiddle;

@@ -7,7 +7,7 @@
 #include <utility>
 
 /// Extrema of the differences of Gaussians of one octave: level i + 1 is subtracted from level i,
-/// for levels 0 to 5, and the differences 1 to 3 are searched. Positions are pixels of the octave.
+/// for i from 0 to 4, and the differences 1 to 3 are searched. Positions are pixels of the octave.
 namespace marlo::detail {
 
 constexpr int kLevels = 6;       // Gaussian levels of an octave

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <utility>
 
 #include "libfeatures/detectors/detail/extremum_kernels.h"
 #include "support/detail/first_exception.h"
@@ -15,8 +15,7 @@
 namespace marlo::detail {
 namespace {
 
-constexpr int kBlockRows = 8;     // rows of a level made at a time: they share most of their input
-constexpr int kMinBandRows = 64;  // below this, bands would mostly compute their surroundings
+constexpr int kBlockRows = 8;  // rows of a level made at a time: they share most of their input
 constexpr int kDifferenceSlots = 16;  // ring of difference rows: a power of two above 2 * kReach
 static_assert(kDifferenceSlots > 2 * kReach && kLastSearched + 2 == kDifferences);
 
@@ -303,8 +302,10 @@ OctaveExtrema sweepOctave(const OctaveTask& task) {
     OctaveTask wanted = task;
     wanted.search = task.search && rows > 2 * kBorder && cols > 2 * kBorder;
     const OctaveFilters filters(rows, cols);
-    const int numberOfBands = std::clamp(rows / kMinBandRows, 1, omp_get_max_threads());
-    std::vector<std::unique_ptr<Band>> bands(static_cast<std::size_t>(numberOfBands));
+    // In a parallel region of the caller there is one thread for all bands.
+    const int threads = omp_in_parallel() != 0 ? 1 : omp_get_max_threads();
+    const int numberOfBands = std::clamp(rows / task.minBandRows, 1, threads);
+    std::vector<OctaveExtrema> found(static_cast<std::size_t>(numberOfBands));
     FirstException failure;
 #pragma omp parallel for schedule(static, 1) if (numberOfBands > 1)
     for (int b = 0; b < numberOfBands; ++b) {
@@ -312,18 +313,17 @@ OctaveExtrema sweepOctave(const OctaveTask& task) {
             const auto boundary = [&](int band) {
                 return static_cast<int>(static_cast<std::ptrdiff_t>(rows) * band / numberOfBands);
             };
-            auto& band = bands[static_cast<std::size_t>(b)];
-            band = std::make_unique<Band>(wanted, filters, boundary(b), boundary(b + 1));
-            band->run();
+            Band band(wanted, filters, boundary(b), boundary(b + 1));
+            band.run();
+            found[static_cast<std::size_t>(b)] = std::move(band.extrema);
         });
     }
     failure.rethrow();
 
-    OctaveExtrema extrema = std::move(bands.front()->extrema);
-    for (std::size_t b = 1; b < bands.size(); ++b) {
+    OctaveExtrema extrema = std::move(found.front());
+    for (std::size_t b = 1; b < found.size(); ++b) {
         for (std::size_t s = kFirstSearched; s <= kLastSearched; ++s) {
-            const std::vector<Extremum>& more = bands[b]->extrema[s];
-            extrema[s].insert(extrema[s].end(), more.begin(), more.end());
+            extrema[s].insert(extrema[s].end(), found[b][s].begin(), found[b][s].end());
         }
     }
     return extrema;

@@ -25,6 +25,9 @@ struct OctaveTask {
     FloatImage* nextInput = nullptr;
     /// Whether to look for extrema.
     bool search = false;
+    /// Threads share the image in bands of at least so many rows. Each band makes some 100 rows
+    /// around it again and needs memory for some 500; lower ones would mostly do that.
+    int minBandRows = 128;
 };
 
 /// The extrema of differences 1 to 3, each level's in the order of the rows and columns in which

@@ -36,7 +36,7 @@ float peakOffset(float left, float centre, float right) {
 
 float orientationHistogram(const GradientSource& gradients, float row, float col, float sigma,
                            OrientationBins& bins) {
-    static OrientationFunction* const histogramOf = fastest(orientationKernels());
+    OrientationFunction* const histogramOf = fastest(orientationKernels());
     const auto r0 = static_cast<std::ptrdiff_t>(row + 0.5F);
     const auto c0 = static_cast<std::ptrdiff_t>(col + 0.5F);
     const auto radius = static_cast<std::ptrdiff_t>(sigma * 1.5F * 3.0F);

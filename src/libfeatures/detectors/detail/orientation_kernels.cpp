@@ -28,7 +28,7 @@ template <int W>
 MARLO_KERNEL_INLINE void computeWeights(float centre, float factor, std::ptrdiff_t begin,
                                         std::ptrdiff_t end, float* weights) {
     for (; begin < end; begin += W, weights += W) {
-        const FloatV<W> distance = ramp<W>(static_cast<float>(begin)) - centre;
+        const FloatV<W> distance = ramp<W>(begin) - centre;
         store(weights, exponential<W>(distance * distance * factor));
     }
 }
@@ -63,7 +63,7 @@ MARLO_KERNEL_INLINE void appendSamples(const GradientSource& gradients,
     std::ptrdiff_t at = samples.count;
     samples.count += end - begin;
     for (; begin < end; begin += W, at += W, colWeights += W) {
-        const F dc = ramp<W>(static_cast<float>(begin)) - window.col;
+        const F dc = ramp<W>(begin) - window.col;
         const F magnitude = loadSome<W>(magnitudes + begin, gradients.cols - begin);
         const F direction = loadSome<W>(directions + begin, gradients.cols - begin);
         const I counts = (dc * dc + squaredRow < window.squaredRadius) & (direction == direction) &

@@ -32,7 +32,8 @@ Octave sweep(const FloatImage& image, bool blurInput, int threads, int minBandRo
 }
 
 bool sameBits(const FloatImage& a, const FloatImage& b) {
-    return a.rows() == b.rows() && a.cols() == b.cols() &&
+    if (a.rows() != b.rows() || a.cols() != b.cols()) return false;
+    return a.size() == 0 ||
            std::memcmp(a.data(), b.data(), static_cast<std::size_t>(a.size()) * sizeof(float)) == 0;
 }
 

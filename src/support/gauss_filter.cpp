@@ -17,9 +17,8 @@ namespace {
 
 using detail::BlurFunction;
 using detail::GaussWeights;
+using detail::kBlurBlockRows;
 using detail::mirrored;
-
-constexpr int kBlockRows = 8;  // rows made at a time: they share most of their input rows
 
 // One thread's rows [first, last) of the image, with what they need of rows that are overwritten.
 struct Band {
@@ -41,9 +40,9 @@ public:
           rowWeights_(sigma, rows),
           colWeights_(sigma, cols),
           radius_(rowWeights_.radius()),
-          savedRows_(radius_ + kBlockRows) {
+          savedRows_(radius_ + kBlurBlockRows) {
         const int numberOfBands =
-            std::clamp(rows / (4 * radius_ + kBlockRows), 1, omp_get_max_threads());
+            std::clamp(rows / (4 * radius_ + kBlurBlockRows), 1, omp_get_max_threads());
         bands_.resize(static_cast<std::size_t>(numberOfBands));
         const std::size_t saved =
             static_cast<std::size_t>(savedRows_) * static_cast<std::size_t>(cols);
@@ -54,9 +53,9 @@ public:
                 static_cast<int>(static_cast<std::ptrdiff_t>(rows) * (b + 1) / numberOfBands);
             band.above.resize(saved);
             if (band.last < rows) band.below.resize(saved);
-            band.scratch.resize(detail::blurScratchSize(kBlockRows, cols, colWeights_));
-            band.in.resize(static_cast<std::size_t>(kBlockRows + 2 * radius_));
-            band.out.resize(kBlockRows);
+            band.scratch.resize(detail::blurScratchSize(kBlurBlockRows, cols, colWeights_));
+            band.in.resize(static_cast<std::size_t>(kBlurBlockRows + 2 * radius_));
+            band.out.resize(kBlurBlockRows);
         }
     }
 
@@ -91,8 +90,8 @@ private:
     }
 
     void blur(Band& band) const {
-        for (int begin = band.first; begin < band.last; begin += kBlockRows) {
-            const int end = std::min(begin + kBlockRows, band.last);
+        for (int begin = band.first; begin < band.last; begin += kBlurBlockRows) {
+            const int end = std::min(begin + kBlurBlockRows, band.last);
             for (int r = begin - radius_; r < end + radius_; ++r) {
                 const int source = mirrored(r, rows_);
                 const bool overwritten = source < begin;

@@ -10,8 +10,9 @@ namespace marlo {
 /// `data` is rows x cols, row-major without padding. The kernel is sampled at integers out to
 /// ceil(4 sigma) and its weights sum to 1 (computed in double precision, applied in single). At its
 /// borders the image is mirrored with the edge pixel repeated (... b a | a b c ...), so a constant
-/// image stays constant and no brightness is lost, to rounding. A sigma of 0 changes nothing; one
-/// that is large against the image costs no more than one of four times its larger side.
+/// image stays constant and no brightness is lost, to rounding. A sigma of 0 changes nothing. A
+/// filter that is longer than twice the side of the image is folded to that length, with the same
+/// result.
 ///
 /// Runs on OpenMP threads; the result has the same bits for any number of them and on any
 /// processor. NaN and infinite pixels spread to all pixels within the kernel's reach.

@@ -6,7 +6,6 @@
 #include <limits>
 #include <numeric>
 #include <stdexcept>
-#include <tuple>
 #include <utility>
 
 #include "libfeatures/descriptors/detail/describe_keypoints.h"
@@ -22,7 +21,6 @@ using detail::Extremum;
 using detail::OctaveExtrema;
 
 constexpr std::uint8_t kOctaves = 3;
-constexpr int kRowsOfTile = 128;
 constexpr std::size_t kPiece = 64;  // extrema that a thread gives orientations at a time
 
 void requireCountableSides(const FloatImage& image) {
@@ -49,14 +47,15 @@ std::vector<Extremum> firstOfEachPixel(const OctaveExtrema& extrema, const Float
     return first;
 }
 
-// The extrema in an order in which neighbours read the same pixels: by bands of rows.
+// The extrema in an order in which neighbours read the same pixels.
 std::vector<std::uint32_t> inTiles(const std::vector<Extremum>& extrema) {
     std::vector<std::uint32_t> order(extrema.size());
     std::iota(order.begin(), order.end(), 0U);
     std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
         const auto key = [&](std::uint32_t i) {
-            return std::tuple(extrema[i].level, extrema[i].pixelRow / kRowsOfTile,
-                              extrema[i].pixelCol, i);
+            return detail::readingOrder(static_cast<std::uint64_t>(extrema[i].level),
+                                        static_cast<std::uint64_t>(extrema[i].pixelRow),
+                                        static_cast<std::uint64_t>(extrema[i].pixelCol));
         };
         return key(a) < key(b);
     });

@@ -27,6 +27,9 @@ private:
 /// pixels repeated: ... 1 0 | 0 1 ... n-1 | n-1 n-2 ...
 [[nodiscard]] int mirrored(int i, int length);
 
+/// Rows to blur at a time: enough to share most of their input, few enough to stay in cache.
+constexpr int kBlurBlockRows = 8;
+
 /// A block of rows to blur.
 struct BlurBlock {
     /// rows + 2 * rowWeights.radius() input rows, from the first row's topmost neighbour on.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 
 #include "support/image.h"
@@ -42,5 +43,13 @@ struct GradientSource {
     Eigen::Index rows;
     Eigen::Index cols;
 };
+
+/// Sort windows by this to find the pixels of one still in cache when the next is read: level by
+/// level, in bands of rows, along the columns. Below 2^28 rows and columns; beyond, the order is
+/// only less good.
+inline std::uint64_t readingOrder(std::uint64_t level, std::uint64_t row, std::uint64_t col) {
+    constexpr std::uint64_t kRowsOfBand = 128;
+    return level << 56 | row / kRowsOfBand << 28 | col;
+}
 
 }  // namespace marlo::detail

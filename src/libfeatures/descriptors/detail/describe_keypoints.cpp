@@ -13,11 +13,9 @@
 namespace marlo::detail {
 namespace {
 
-constexpr float kTwoPi = 6.2831855F;
 constexpr float kMostAngle = 50.0F;  // of keypoints whose angle is taken as it stands
 // Beyond any image, and small enough that sums of a few are integers of 32 bits.
 constexpr float kFarAway = 5.0e8F;
-constexpr int kRowsOfTile = 128;
 constexpr std::ptrdiff_t kPiece = 16;  // keypoints that a thread takes at a time
 
 // The part of centre - radius ... centre + radius that lies in [0, length), from the centre.
@@ -117,10 +115,9 @@ std::vector<Task> tasksFor(const std::vector<LevelGradients>& levels,
             return static_cast<std::uint64_t>(std::clamp(x > 0.0F ? x : 0.0F, 0.0F, 1.6e7F));
         };
         const auto levelIndex = static_cast<std::uint32_t>(level - levels.begin());
-        const std::uint64_t tile =
-            bounded(keypoint.y * imageScale / level->octaveFactor) / kRowsOfTile;
-        const std::uint64_t column = bounded(keypoint.x * imageScale / level->octaveFactor);
-        const std::uint64_t key = (std::uint64_t{levelIndex} << 56) | tile << 28 | column;
+        const std::uint64_t key =
+            readingOrder(levelIndex, bounded(keypoint.y * imageScale / level->octaveFactor),
+                         bounded(keypoint.x * imageScale / level->octaveFactor));
         tasks.push_back({key, static_cast<std::uint32_t>(i), levelIndex});
     }
     std::sort(tasks.begin(), tasks.end(),

@@ -14,7 +14,6 @@ namespace {
 constexpr std::ptrdiff_t kBatch = 128;
 constexpr std::ptrdiff_t kRoom = kBatch + 8;  // the last vector of a row may reach beyond the end
 
-constexpr float kTwoPi = 6.2831855F;
 // The middle of the descriptor lies between its second and third cell.
 constexpr float kMiddle = 1.5F;
 constexpr float kLowest = -0.9999F;

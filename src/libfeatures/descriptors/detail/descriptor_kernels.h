@@ -8,7 +8,8 @@
 
 namespace marlo::detail {
 
-constexpr int kCells = 4;       // of a descriptor, along each side
+constexpr int kCells = 4;  // of a descriptor, along each side
+constexpr float kTwoPi = 6.2831855F;
 constexpr int kDirections = 8;  // of a cell
 constexpr int kDescriptorSize = kCells * kCells * kDirections;
 

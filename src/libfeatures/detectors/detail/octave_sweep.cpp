@@ -15,7 +15,6 @@
 namespace marlo::detail {
 namespace {
 
-constexpr int kBlockRows = 8;  // rows of a level made at a time: they share most of their input
 constexpr int kDifferenceSlots = 16;  // ring of difference rows: a power of two above 2 * kReach
 static_assert(kDifferenceSlots > 2 * kReach && kLastSearched + 2 == kDifferences);
 
@@ -44,16 +43,14 @@ struct OctaveFilters {
     }
 };
 
-// Rows of one level that a band needs: their range, where each of them is stored, and how many
-// have been made. `storage` has room for as many as are needed at a time.
+// Rows of one level that a band needs: their range, and how many of them have been made. They lie
+// in a ring of as many rows as are needed at a time.
 struct LevelRows {
     int first = 0;
     int last = 0;
-    int made = 0;  // rows [first, made) are there
-    std::vector<float*> row;
-    std::vector<float> storage;
-
-    [[nodiscard]] float* at(int r) const { return row[static_cast<std::size_t>(r - first)]; }
+    int made = 0;  // rows [first, made) have been there
+    std::size_t slots = 0;
+    std::vector<float> ring;
 };
 
 // A row length of at least `cols` floats that is an odd number of cache lines: rows of an even
@@ -80,11 +77,12 @@ public:
         int radius = 0;
         for (int level = 0; level <= lastLevel_; ++level) {
             const OctaveFilters::Filter& filter = filters.toLevel[static_cast<std::size_t>(level)];
-            scratch = std::max(scratch, blurScratchSize(kBlockRows, cols_, filter.cols));
+            scratch = std::max(scratch, blurScratchSize(kBlurBlockRows, cols_, filter.cols));
             radius = std::max(radius, filter.rows.radius());
         }
         scratch_.resize(scratch);
-        in_.resize(static_cast<std::size_t>(kBlockRows + 2 * radius));
+        in_.resize(static_cast<std::size_t>(kBlurBlockRows + 2 * radius));
+        out_.resize(kBlurBlockRows);
         if (task.search) {
             differences_.resize(static_cast<std::size_t>(kDifferences) * kDifferenceSlots *
                                 stride_);
@@ -131,32 +129,22 @@ private:
 
     void allocate(int level) {
         LevelRows& rows = levels_[static_cast<std::size_t>(level)];
-        const auto number = static_cast<std::size_t>(rows.last - rows.first);
-        rows.row.resize(number);
         if (level == 0 && !task_.blurInput) {
-            // Never written through: these rows are there already.
-            for (int r = rows.first; r < rows.last; ++r) {
-                rows.row[static_cast<std::size_t>(r - rows.first)] =
-                    const_cast<float*>(inputRow(r));
-            }
-            rows.made = rows.last;
+            rows.made = rows.last;  // they are the input's
             return;
         }
-        const std::size_t slots = std::min(number, ringSlots(level));
-        rows.storage.resize(slots * stride_);
-        for (std::size_t i = 0; i < number; ++i) {
-            rows.row[i] = rows.storage.data() + i % slots * stride_;
-        }
+        rows.slots = std::min(static_cast<std::size_t>(rows.last - rows.first), ringSlots(level));
+        rows.ring.resize(rows.slots * stride_);
     }
 
     // Rows of a level that may be needed at a time. It runs ahead of the last level by the radii in
     // between and a block for each; the next level looks back by its radius; and the rows of the
     // last level's block are subtracted after they have been made.
     [[nodiscard]] std::size_t ringSlots(int level) const {
-        int slots = 2 * kBlockRows;
+        int slots = 2 * kBlurBlockRows;
         if (level < lastLevel_) slots += filters_.radius(level + 1);
         for (int above = level + 1; above <= lastLevel_; ++above) {
-            slots += filters_.radius(above) + kBlockRows;
+            slots += filters_.radius(above) + kBlurBlockRows;
         }
         return static_cast<std::size_t>(slots);
     }
@@ -165,11 +153,20 @@ private:
         return task_.input->data() + static_cast<std::ptrdiff_t>(r) * cols_;
     }
 
+    // Row `r` of a level, in its ring. Level 0 has none where it is the input.
+    [[nodiscard]] float* ringRow(int level, int r) {
+        LevelRows& rows = levels_[static_cast<std::size_t>(level)];
+        return rows.ring.data() + static_cast<std::size_t>(r - rows.first) % rows.slots * stride_;
+    }
+    [[nodiscard]] const float* levelRow(int level, int r) {
+        return level == 0 && !task_.blurInput ? inputRow(r) : ringRow(level, r);
+    }
+
     // Makes the next block of rows of `level`, and what it needs of the levels before.
     void make(int level) {
         LevelRows& rows = levels_[static_cast<std::size_t>(level)];
         const int begin = rows.made;
-        const int end = std::min(begin + kBlockRows, rows.last);
+        const int end = std::min(begin + kBlurBlockRows, rows.last);
         const int radius = filters_.radius(level);
         if (level > 0) {
             LevelRows& source = levels_[static_cast<std::size_t>(level - 1)];
@@ -179,12 +176,14 @@ private:
         for (int r = begin - radius; r < end + radius; ++r) {
             const int source = mirrored(r, rows_);
             in_[static_cast<std::size_t>(r - begin + radius)] =
-                level == 0 ? inputRow(source)
-                           : levels_[static_cast<std::size_t>(level - 1)].at(source);
+                level == 0 ? inputRow(source) : levelRow(level - 1, source);
+        }
+        for (int r = begin; r < end; ++r) {
+            out_[static_cast<std::size_t>(r - begin)] = ringRow(level, r);
         }
         const OctaveFilters::Filter& filter = filters_.toLevel[static_cast<std::size_t>(level)];
-        blur_({in_.data(), rows.row.data() + (begin - rows.first), end - begin, cols_, &filter.rows,
-               &filter.cols, scratch_.data()});
+        blur_({in_.data(), out_.data(), end - begin, cols_, &filter.rows, &filter.cols,
+               scratch_.data()});
         rows.made = end;
         if (level >= kFirstSearched && level <= kLastSearched) writeGradients(level, begin, end);
         if (level == kLastSearched && task_.nextInput != nullptr) decimate(begin, end);
@@ -193,22 +192,20 @@ private:
     // The gradients that the rows [begin, end) of a level, just made, complete: all but the last
     // row, which still misses the one below it, and the row before the first.
     void writeGradients(int level, int begin, int end) {
-        const LevelRows& rows = levels_[static_cast<std::size_t>(level)];
         Gradients& gradients = (*task_.gradients)[static_cast<std::size_t>(level)];
         const int last = end == rows_ ? end : end - 1;
         for (int r = std::max(begin - 1, first_); r < std::min(last, last_); ++r) {
-            const RowNeighbours neighbours{rows.at(std::max(r - 1, 0)), rows.at(r),
-                                           rows.at(std::min(r + 1, rows_ - 1)), cols_};
+            const RowNeighbours neighbours{levelRow(level, std::max(r - 1, 0)), levelRow(level, r),
+                                           levelRow(level, std::min(r + 1, rows_ - 1)), cols_};
             gradient_(neighbours, &gradients.first(r, 0), &gradients.second(r, 0));
         }
     }
 
-    void decimate(int begin, int end) const {
+    void decimate(int begin, int end) {
         FloatImage& half = *task_.nextInput;
-        const LevelRows& rows = levels_[kLastSearched];
         for (int r = std::max(begin, first_); r < std::min(end, last_); ++r) {
             if (r % 2 != 0 || r / 2 >= half.rows()) continue;
-            const float* from = rows.at(r);
+            const float* from = levelRow(kLastSearched, r);
             for (Eigen::Index c = 0; c < half.cols(); ++c) half(r / 2, c) = from[2 * c];
         }
     }
@@ -221,7 +218,7 @@ private:
     void subtract(int r) {
         const float* levels[kLevels];
         float* differences[kDifferences];
-        for (int i = 0; i < kLevels; ++i) levels[i] = levels_[static_cast<std::size_t>(i)].at(r);
+        for (int i = 0; i < kLevels; ++i) levels[i] = levelRow(i, r);
         for (int i = 0; i < kDifferences; ++i) differences[i] = difference(i, r);
         hasNan_[static_cast<std::size_t>(r % kDifferenceSlots)] =
             subtract_(levels, differences, cols_);
@@ -276,6 +273,7 @@ private:
     const std::size_t stride_;  // floats from one stored row to the next
     std::array<LevelRows, kLevels> levels_;
     std::vector<const float*> in_;
+    std::vector<float*> out_;
     std::vector<float> scratch_;
     std::vector<float> differences_;
     std::array<bool, kDifferenceSlots> hasNan_{};

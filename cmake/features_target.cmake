@@ -5,6 +5,8 @@
 # features_compile_settings(<target>)
 function(features_compile_settings target)
   target_compile_features(${target} PRIVATE cxx_std_20)
+  # "emit" and "slots" are ordinary words here.
+  target_compile_definitions(${target} PRIVATE QT_NO_KEYWORDS)
   # No contraction: fused multiply-adds round differently from one processor to the next, and
   # results must be the same bits everywhere.
   target_compile_options(${target} PRIVATE

@@ -12,6 +12,7 @@ function(features_add_test source)
   target_link_libraries(${target} PRIVATE
       features_objects marlocuda_stand_in features_test_utilities GTest::gmock_main ${arg_LIBRARIES})
   features_compile_settings(${target})
+  target_precompile_headers(${target} REUSE_FROM features_test_utilities)
   add_test(NAME ${name} COMMAND ${target})
   if(NOT arg_LABEL)
     set(arg_LABEL unit)

@@ -26,7 +26,7 @@ if ! {
 fi
 echo "Installed in build/demo/installed; programs in build/demo/programs"
 
-for program in describe_image own_plug_ins; do
+for program in describe_image match_images own_plug_ins; do
     printf '\n$ %s        (examples/%s.cpp)\n' "$program" "$program"
     "$programs/$program"
 done

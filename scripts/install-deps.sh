@@ -10,7 +10,7 @@ set -euo pipefail
 build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev dpkg-dev file)
 tests=(libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14 libomp-14-dev
        libclang-rt-14-dev qtbase5-dev binutils git)
-benchmarks=(libbenchmark-dev libopencv-dev libvlfeat-dev)
+benchmarks=(libbenchmark-dev libfaiss-dev libopenblas-dev libopencv-dev libvlfeat-dev)
 
 case ${1:-build} in
     build) packages=("${build[@]}") ;;

@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // How much memory detection and description of a large image take at their peak, beyond the image.
 #include <omp.h>
-#include <sys/resource.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "utilities/images.h"
+#include "utilities/memory.h"
 #include "utilities/timing.h"
 
 namespace marlo::bench {
@@ -46,28 +44,6 @@ bool parse(int argc, char** argv, Options& options) {
         }
     }
     return options.rows > 0 && options.cols > 0 && options.threads > 0 && options.density >= 0.0;
-}
-
-// A field of the kernel's report on this process, in bytes.
-double statusBytes(std::string_view field) {
-    std::ifstream file("/proc/self/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with(field)) return 1024.0 * std::atof(line.c_str() + field.size());
-    }
-    return 0.0;
-}
-
-double residentBytes() {
-    return statusBytes("VmRSS:");
-}
-double peakBytes() {
-    return statusBytes("VmHWM:");
-}
-
-// From here on the peak is what is resident now. Where the kernel refuses, it stays the peak since
-// the start, which the image accounts for.
-void resetPeak() {
-    std::ofstream("/proc/self/clear_refs") << 5;
 }
 
 int run(const Options& options) {

@@ -4,26 +4,10 @@
 #include <algorithm>
 #include <cmath>
 
+#include "utilities/random.h"
+
 namespace marlo::bench {
 namespace {
-
-// xorshift: the same numbers with every standard library, which the distributions of <random> do
-// not promise. G. Marsaglia, Xorshift RNGs, Journal of Statistical Software 8(14), 2003.
-class Random {
-public:
-    explicit Random(std::uint32_t seed)
-        : state_(std::uint64_t{seed} * 2654435761U + 88172645463325252U) {}
-    /// Even in [0, 1).
-    float next() {
-        state_ ^= state_ << 13;
-        state_ ^= state_ >> 7;
-        state_ ^= state_ << 17;
-        return static_cast<float>(state_ >> 40) * 0x1p-24F;
-    }
-
-private:
-    std::uint64_t state_;
-};
 
 void addBlob(FloatImage& image, float row, float col, float sigma, float height) {
     using Eigen::Index;

@@ -18,6 +18,11 @@ public:
         return low + (high - low) * (static_cast<float>(generator_() >> 8) * 0x1p-24F);
     }
 
+    /// One of 0, 1 ... count - 1.
+    std::uint32_t below(std::uint32_t count) {
+        return static_cast<std::uint32_t>(generator_()) % count;
+    }
+
 private:
     std::mt19937 generator_;
 };

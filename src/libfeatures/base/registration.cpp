@@ -6,6 +6,9 @@
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
+#include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/selectors/feature_selector_default.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
@@ -35,7 +38,11 @@ void registerMainDescriptorExtractors() {
     factory.registerType("SIFTCuda", SiftLdahDescriptor::createDescriptorSIFT);
 }
 
-void registerMainDescriptorMatchers() {}
+void registerMainDescriptorMatchers() {
+    registerPlugIn<IDescriptorMatcher, DescMatcherLeftRight>("LeftRight");
+    registerPlugIn<IDescriptorMatcher, DescMatcherDistFrac>("DistFrac");
+    registerPlugIn<IDescriptorMatcher, DescMatcherDistFracMutual>("DistFracMutual");
+}
 
 void registerMainKeypointSelectors() {
     registerPlugIn<IKeypointSelector, KeypointSelectorTop>("TOP");

@@ -8,23 +8,27 @@
 /// a key which a host has given to a plug-in of its own goes back to the library's.
 namespace marlo {
 
-/// | key  | class              | makes            |
-/// |------|--------------------|------------------|
+/// | key  | class              | makes                     |
+/// |------|--------------------|---------------------------|
 /// | LDAH | Features2dSiftLdah | LDAH descriptors; not yet |
-/// | SIFT | Features2dSiftLdah | SIFT descriptors |
+/// | SIFT | Features2dSiftLdah | SIFT descriptors          |
 ///
 /// The two find the same keypoints.
 FEATURES_EXPORT void registerMainFeatureDetectors();
 
-/// | key      | class              | makes                                |
-/// |----------|--------------------|--------------------------------------|
-/// | LDAH     | Features2dSiftLdah | LDAH descriptors, from the detector's own scale space; not yet
-/// | | LDAHCuda | SiftLdahDescriptor | LDAH descriptors, with gradients from the GPU; not yet | |
-/// SIFT     | Features2dSiftLdah | SIFT descriptors, from the detector's own scale space | |
-/// SIFTCuda | SiftLdahDescriptor | SIFT descriptors, with gradients from the GPU |
+/// | key      | class              | makes                     | from gradients of     |
+/// |----------|--------------------|---------------------------|-----------------------|
+/// | LDAH     | Features2dSiftLdah | LDAH descriptors; not yet | the detector's levels |
+/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors; not yet | the GPU               |
+/// | SIFT     | Features2dSiftLdah | SIFT descriptors          | the detector's levels |
+/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors          | the GPU               |
 FEATURES_EXPORT void registerMainDescriptorExtractors();
 
-/// The library has no matcher of its own yet.
+/// | key            | class                     |
+/// |----------------|---------------------------|
+/// | DistFrac       | DescMatcherDistFrac       |
+/// | DistFracMutual | DescMatcherDistFracMutual |
+/// | LeftRight      | DescMatcherLeftRight      |
 FEATURES_EXPORT void registerMainDescriptorMatchers();
 
 /// | key     | class                   |

@@ -27,6 +27,16 @@ public:
     /// "CPU Float", a device), or an empty text.
     [[nodiscard]] virtual QString kernelName() const = 0;
 
+    /// Matches copies of the rows `idx1` of `desc1` to copies of the rows `idx2` of `desc2`. The
+    /// indices of the matches are positions in `idx1` and `idx2`: updateWrappedIndices() turns them
+    /// into rows of the full matrices. Both matrices must be of one type; where they are not, the
+    /// rows of the second are taken for zeros of the first one's type.
+    /// @throws std::out_of_range if there is no such row, std::length_error if there are more than
+    ///         2^31 - 1 of them, std::bad_alloc, and what match() throws.
+    [[nodiscard]] std::vector<DMatch> matchSubset(const DescMat& desc1, const DescMat& desc2,
+                                                  const std::vector<unsigned int>& idx1,
+                                                  const std::vector<unsigned int>& idx2) const;
+
 protected:
     IDescriptorMatcher() = default;
     IDescriptorMatcher(const IDescriptorMatcher&) = default;

@@ -34,6 +34,9 @@ inline bool runsEverywhere() {
 inline bool hasAvx2() {
     return __builtin_cpu_supports("avx2") != 0;
 }
+inline bool hasAvx512() {
+    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0;
+}
 #endif
 
 }  // namespace marlo::detail

@@ -8,6 +8,19 @@
 #define MARLO_KERNEL_INLINE [[gnu::always_inline]] inline
 /// Marks the entry of a kernel that needs an instruction set beyond the compiler's default.
 #define MARLO_KERNEL_TARGET(features) [[gnu::target(features)]]
+/// Between these two every function, template or not, is compiled for the instruction set, so that
+/// its intrinsics can be used. Nothing is included and no library type used in between.
+#define MARLO_KERNEL_PRAGMA(text) _Pragma(#text)
+#if defined(__clang__)
+#define MARLO_KERNELS_FOR(features) \
+    MARLO_KERNEL_PRAGMA(            \
+        clang attribute push(__attribute__((target(features))), apply_to = function))
+#define MARLO_KERNELS_END _Pragma("clang attribute pop")
+#else
+#define MARLO_KERNELS_FOR(features) \
+    _Pragma("GCC push_options") MARLO_KERNEL_PRAGMA(GCC target(features))
+#define MARLO_KERNELS_END _Pragma("GCC pop_options")
+#endif
 
 /// Vectors of W lanes in the compilers' own notation: arithmetic and comparisons work lane by
 /// lane, `condition ? a : b` selects lane by lane. A kernel written once over W gives the same bits
@@ -37,6 +50,12 @@ struct Simd<8> {
     typedef std::int32_t Int __attribute__((vector_size(32)));
     typedef std::int8_t Byte __attribute__((vector_size(8)));
 };
+template <>
+struct Simd<16> {
+    typedef float Float __attribute__((vector_size(64)));
+    typedef std::int32_t Int __attribute__((vector_size(64)));
+    typedef std::int8_t Byte __attribute__((vector_size(16)));
+};
 
 template <int W>
 using FloatV = typename Simd<W>::Float;
@@ -57,6 +76,17 @@ MARLO_KERNEL_INLINE V load(const Element* from) {
 template <typename V, typename Element>
 MARLO_KERNEL_INLINE void store(Element* to, const V& value) {
     *reinterpret_cast<typename InMemory<V>::Type*>(to) = value;
+}
+
+/// The memory at `at` as a vector, to be read or written. For vectors wider than the functions that
+/// they pass through are compiled for.
+template <typename V, typename Element>
+MARLO_KERNEL_INLINE const typename InMemory<V>::Type& vectorAt(const Element* at) {
+    return *reinterpret_cast<const typename InMemory<V>::Type*>(at);
+}
+template <typename V, typename Element>
+MARLO_KERNEL_INLINE typename InMemory<V>::Type& vectorAt(Element* at) {
+    return *reinterpret_cast<typename InMemory<V>::Type*>(at);
 }
 
 /// The first `count` lanes from memory, the others 0; all of them if `count` is W or more.

@@ -9,6 +9,9 @@
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
+#include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/selectors/feature_selector_default.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
@@ -46,6 +49,8 @@ TEST_F(RegistrationTest, NothingIsRegisteredUntilTheHostAsks) {
                  std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<IDescriptorExtractor>().create("SIFT"),
                  std::runtime_error);
+    EXPECT_THROW((void)extensibleFactoryInstance<IDescriptorMatcher>().create("DistFrac"),
+                 std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<IKeypointSelector>().create("TOP"),
                  std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<ITransform>().create("Default"),
@@ -60,6 +65,9 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("SIFT")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("LDAHCuda")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
+    EXPECT_TRUE((creates<DescMatcherDistFrac, IDescriptorMatcher>("DistFrac")));
+    EXPECT_TRUE((creates<DescMatcherDistFracMutual, IDescriptorMatcher>("DistFracMutual")));
+    EXPECT_TRUE((creates<DescMatcherLeftRight, IDescriptorMatcher>("LeftRight")));
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "libfeatures/matchers/detail/float_search.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace marlo::detail {
+namespace {
+
+constexpr double kLongest = 30000.0;
+constexpr double kElementError = 1.01;
+// Beyond these the bounds of the rounding errors, or single precision itself, would not hold.
+constexpr std::ptrdiff_t kMostColumns = 1 << 20;
+constexpr double kLeastLength = 1e-15;
+constexpr double kMostLength = 1e18;
+
+const float* rowAt(const DescMat& matrix, std::ptrdiff_t row) {
+    return reinterpret_cast<const float*>(matrix.data +
+                                          static_cast<std::size_t>(row) * matrix.step);
+}
+
+const DescMat& aligned(const DescMat& matrix, DescMat& copy) {
+    const auto address = reinterpret_cast<std::uintptr_t>(matrix.data);
+    if (address % alignof(float) == 0 && matrix.step % alignof(float) == 0) return matrix;
+    copy.create(matrix.rows, matrix.cols, matrix.type());
+    for (int row = 0; row < matrix.rows; ++row) {
+        const auto at = static_cast<std::size_t>(row);
+        std::memcpy(copy.data + at * copy.step, matrix.data + at * matrix.step, copy.step);
+    }
+    return copy;
+}
+
+// Not finite if an element is not. Several sums, so that they need not wait for one another.
+double squaredLength(const float* row, std::ptrdiff_t columns) {
+    constexpr std::ptrdiff_t kSums = 8;
+    double sums[kSums] = {};
+    std::ptrdiff_t c = 0;
+    for (; c + kSums <= columns; c += kSums) {
+        for (std::ptrdiff_t i = 0; i < kSums; ++i) {
+            sums[i] += static_cast<double>(row[c + i]) * static_cast<double>(row[c + i]);
+        }
+    }
+    for (; c < columns; ++c) sums[0] += static_cast<double>(row[c]) * static_cast<double>(row[c]);
+    double sum = 0.0;
+    for (const double part : sums) sum += part;
+    return sum;
+}
+
+double longestFinite(const DescMat& matrix) {
+    double most = 0.0;
+    for (std::ptrdiff_t row = 0; row < matrix.rows; ++row) {
+        const double square = squaredLength(rowAt(matrix, row), matrix.cols);
+        if (std::isfinite(square)) most = std::max(most, square);
+    }
+    return std::sqrt(most);
+}
+
+}  // namespace
+
+FloatScale::FloatScale(const DescMat& query, const DescMat& train)
+    : columns_(train.cols), pairs_((columns_ + 1) / 2) {
+    const double longest = std::max(longestFinite(query), longestFinite(train));
+    if (columns_ > kMostColumns || longest < kLeastLength || longest > kMostLength) return;
+    scale_ = static_cast<float>(kLongest / longest);
+    const auto columns = static_cast<double>(columns_);
+    const double rowError = kElementError * std::sqrt(columns);
+    error_ = std::ceil(rowError * kLongest + (kLongest + rowError) * rowError) + 2.0;
+    // 16 sums of a sixteenth of the columns each, folded: a few roundings of 2^-24 more than that.
+    relativeError_ = (columns / 16.0 + 16.0) * 0x1p-22;
+}
+
+std::int32_t FloatScale::round(const float* row, std::int16_t* pairs, std::ptrdiff_t stride) const {
+    const double square = squaredLength(row, columns_);
+    const bool isFinite = std::isfinite(square);
+    const float scale = isFinite ? scale_ : 0.0F;
+    const auto rounded = [&](std::ptrdiff_t c) {
+        return isFinite ? static_cast<std::int16_t>(row[c] * scale) : std::int16_t{0};
+    };
+    for (std::ptrdiff_t pair = 0; pair < columns_ / 2; ++pair, pairs += 2 * stride) {
+        pairs[0] = rounded(2 * pair);
+        pairs[1] = rounded(2 * pair + 1);
+    }
+    if (columns_ % 2 != 0) {
+        pairs[0] = rounded(columns_ - 1);
+        pairs[1] = 0;
+    }
+    const double factor = scale_;
+    return isFinite ? static_cast<std::int32_t>(0.5 * factor * factor * square) : kNever;
+}
+
+double FloatScale::halfSquare(float distance) const {
+    const double scaled = static_cast<double>(scale_) * static_cast<double>(distance);
+    return 0.5 * scaled * scaled * (1.0 + relativeError_);
+}
+
+std::int32_t FloatScale::queryLimit(std::int32_t queryTerm, float distance) const {
+    if (queryTerm == kNever || distance == 0.0F) return kNever;
+    // Train rows that are not finite have the term kNever: less than any limit.
+    constexpr double kLeast = std::numeric_limits<std::int32_t>::min() + 2.0;
+    const double limit = std::floor(queryTerm - halfSquare(distance) - error_);
+    return static_cast<std::int32_t>(std::max(limit, kLeast));
+}
+
+std::int32_t FloatScale::trainLimit(float distance) const {
+    const double limit = std::ceil(halfSquare(distance) + error_) + 1.0;
+    return scale_ == 0.0F ? kNever : static_cast<std::int32_t>(std::min<double>(limit, kNever));
+}
+
+FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train)
+    : functions_(functions),
+      distance_(fastest(siftDistanceKernels())),
+      query_(aligned(query, queryCopy_)),
+      train_(aligned(train, trainCopy_)),
+      scale_(query_, train_) {
+    const std::ptrdiff_t groupRows = functions.groupRows;
+    const std::ptrdiff_t groupCount = (train_.rows + groupRows - 1) / groupRows;
+    const std::ptrdiff_t groupSize = 2 * groupRows * scale_.pairs();
+    groups_.resize(static_cast<std::size_t>(groupCount * groupSize));
+    terms_.resize(static_cast<std::size_t>(groupCount * groupRows), FloatScale::kNever);
+    for (std::ptrdiff_t row = 0; row < train_.rows; ++row) {
+        std::int16_t* const pairs =
+            groups_.data() + row / groupRows * groupSize + 2 * (row % groupRows);
+        terms_[static_cast<std::size_t>(row)] = scale_.round(rowAt(train_, row), pairs, groupRows);
+    }
+}
+
+NearestQueriesFloat FloatTrain::noQueries() const {
+    NearestQueriesFloat queries;
+    queries.nearest.resize(static_cast<std::size_t>(train_.rows));
+    queries.limits.resize(terms_.size(), scale_.trainLimit(NearestQueryFloat().distance));
+    return queries;
+}
+
+void FloatTrain::search(std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFloat* nearest,
+                        NearestQueriesFloat* nearestQueries) const {
+    const std::ptrdiff_t queryGroups = (last - first + kScreenQueries - 1) / kScreenQueries;
+    const auto queryCount = static_cast<std::size_t>(queryGroups * kScreenQueries);
+    AlignedVector<std::int16_t> queries(queryCount * static_cast<std::size_t>(2 * scale_.pairs()));
+    std::vector<std::int32_t> terms(queryCount, FloatScale::kNever);
+    std::vector<std::int32_t> limits(queryCount, FloatScale::kNever);
+    for (std::ptrdiff_t q = 0; q < last - first; ++q) {
+        std::int16_t* const pairs =
+            queries.data() +
+            2 * (q / kScreenQueries * kScreenQueries * scale_.pairs() + q % kScreenQueries);
+        const auto at = static_cast<std::size_t>(q);
+        terms[at] = scale_.round(rowAt(query_, first + q), pairs, kScreenQueries);
+        limits[at] = scale_.queryLimit(terms[at], nearest[q].second);
+    }
+
+    const std::ptrdiff_t groupRows = functions_.groupRows;
+    ScreenTile tile;
+    tile.pairs = scale_.pairs();
+    tile.queries = queries.data();
+    tile.queryGroups = static_cast<int>(queryGroups);
+    tile.queryTerms = terms.data();
+    tile.queryLimits = limits.data();
+    ScreenMasks candidates{};
+    for (std::ptrdiff_t firstRow = 0; firstRow < train_.rows; firstRow += groupRows) {
+        tile.train = groups_.data() + 2 * firstRow * scale_.pairs();
+        tile.trainTerms = terms_.data() + firstRow;
+        tile.trainLimits =
+            nearestQueries == nullptr ? nullptr : nearestQueries->limits.data() + firstRow;
+        for (int group = 0;; ++group) {
+            group = functions_.screen(tile, group, candidates);
+            if (group == tile.queryGroups) break;
+            for (int q = 0; q < kScreenQueries; ++q) {
+                const std::ptrdiff_t query = std::ptrdiff_t{group} * kScreenQueries + q;
+                std::uint32_t mask = candidates.masks[q];
+                if (mask == 0) continue;
+                for (; mask != 0; mask &= mask - 1) {
+                    const std::ptrdiff_t row = firstRow + __builtin_ctz(mask);
+                    const float distance =
+                        distance_(rowAt(query_, first + query), rowAt(train_, row), train_.cols);
+                    nearest[query].offer(distance, static_cast<std::uint32_t>(row));
+                    if (nearestQueries != nullptr) {
+                        const auto at = static_cast<std::size_t>(row);
+                        NearestQueryFloat& nearestQuery = nearestQueries->nearest[at];
+                        nearestQuery.offer(distance, static_cast<std::uint32_t>(first + query));
+                        nearestQueries->limits[at] = scale_.trainLimit(nearestQuery.distance);
+                    }
+                }
+                const auto at = static_cast<std::size_t>(query);
+                limits[at] = scale_.queryLimit(terms[at], nearest[query].second);
+            }
+        }
+    }
+}
+
+}  // namespace marlo::detail

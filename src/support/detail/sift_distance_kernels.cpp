@@ -16,14 +16,16 @@ MARLO_KERNEL_INLINE float distanceBody(const float* row1, const float* row2, std
     std::ptrdiff_t at = 0;
     for (; at + kSums <= count; at += kSums) {
         for (int v = 0; v < kVectors; ++v) {
-            const F difference = vectorAt<F>(row1 + at + v * W) - vectorAt<F>(row2 + at + v * W);
+            const F difference =
+                vectorAt<F>(row1 + at + v * W).value - vectorAt<F>(row2 + at + v * W).value;
             sums[v] += difference * difference;
         }
     }
     float folded[kSums];
-    for (int v = 0; v < kVectors; ++v) vectorAt<F>(folded + v * W) = sums[v];
+    for (int v = 0; v < kVectors; ++v) vectorAt<F>(folded + v * W).value = sums[v];
     for (int i = 0; at < count; ++i, ++at) {
-        const float difference = vectorAt<float>(row1 + at) - vectorAt<float>(row2 + at);
+        const float difference =
+            vectorAt<float>(row1 + at).value - vectorAt<float>(row2 + at).value;
         folded[i] += difference * difference;
     }
     for (int half = kSums / 2; half > 0; half /= 2) {

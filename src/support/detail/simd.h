@@ -62,31 +62,31 @@ using FloatV = typename Simd<W>::Float;
 template <int W>
 using IntV = typename Simd<W>::Int;
 
-/// The vectors as they lie in memory: anywhere, and as whatever their elements are there.
+/// A vector in memory, at any address and as whatever its elements are there.
 template <typename V>
-struct InMemory {
-    typedef V Type __attribute__((aligned(1), may_alias));
+struct [[gnu::packed, gnu::may_alias]] VectorInMemory {
+    V value;
 };
+
+/// The vector at `at`, to be read or written. Unlike load() and store() it passes no vector through
+/// a function, which may be compiled for processors without vectors of this width.
+template <typename V, typename Element>
+MARLO_KERNEL_INLINE const VectorInMemory<V>& vectorAt(const Element* at) {
+    return *reinterpret_cast<const VectorInMemory<V>*>(at);
+}
+template <typename V, typename Element>
+MARLO_KERNEL_INLINE VectorInMemory<V>& vectorAt(Element* at) {
+    return *reinterpret_cast<VectorInMemory<V>*>(at);
+}
 
 template <typename V, typename Element>
 MARLO_KERNEL_INLINE V load(const Element* from) {
-    return *reinterpret_cast<const typename InMemory<V>::Type*>(from);
+    return vectorAt<V>(from).value;
 }
 
 template <typename V, typename Element>
 MARLO_KERNEL_INLINE void store(Element* to, const V& value) {
-    *reinterpret_cast<typename InMemory<V>::Type*>(to) = value;
-}
-
-/// The memory at `at` as a vector, to be read or written. For vectors wider than the functions that
-/// they pass through are compiled for.
-template <typename V, typename Element>
-MARLO_KERNEL_INLINE const typename InMemory<V>::Type& vectorAt(const Element* at) {
-    return *reinterpret_cast<const typename InMemory<V>::Type*>(at);
-}
-template <typename V, typename Element>
-MARLO_KERNEL_INLINE typename InMemory<V>::Type& vectorAt(Element* at) {
-    return *reinterpret_cast<typename InMemory<V>::Type*>(at);
+    vectorAt<V>(to).value = value;
 }
 
 /// The first `count` lanes from memory, the others 0; all of them if `count` is W or more.

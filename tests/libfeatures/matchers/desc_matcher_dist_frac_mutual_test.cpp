@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "libfeatures/base/parameter_setters.h"
@@ -244,7 +245,7 @@ TEST_F(DescMatcherDistFracMutualTest, TheLastRowsOfManyFindEachOther) {
 }
 
 TEST_F(DescMatcherDistFracMutualTest, RowsBeyondTheSixteenthBitOfAnIndexAreFound) {
-    constexpr int kRows = 65540;
+    constexpr int kRows = 70000;
     const DescMat few = rowsOfBits(32, {100, 200});
     DescMat many = rowsOfBits(32, std::vector<int>(kRows, 0));
     DescMat last = many.row(kRows - 1);
@@ -260,9 +261,10 @@ TEST_F(DescMatcherDistFracMutualTest, AgreesWithTheReferenceOnManySmallBinaryCas
         const int cols = kWidths[static_cast<std::size_t>(i) % kWidths.size()];
         const auto [query, train] = test::anyAlikeBits(40, cols, random);
         test::setAnyParameters(matcher, random);
-        ASSERT_TRUE(agrees(query, train))
+        const std::vector<DMatch> wanted = expected(query, train);
+        ASSERT_TRUE(sameMatches(matcher.match(query, train), wanted))
             << "case " << i << ": " << query.rows << " and " << train.rows << " rows of " << cols;
-        matches += expected(query, train).size();
+        matches += wanted.size();
     }
     EXPECT_GT(matches, 1000U);
 }
@@ -274,9 +276,10 @@ TEST_F(DescMatcherDistFracMutualTest, AgreesWithTheReferenceOnManySmallFloatCase
         const int cols = kFloatWidths[static_cast<std::size_t>(i) % kFloatWidths.size()];
         const auto [query, train] = test::anyAlikeFloats(25, cols, random);
         test::setAnyParameters(matcher, random);
-        ASSERT_TRUE(agrees(query, train))
+        const std::vector<DMatch> wanted = expected(query, train);
+        ASSERT_TRUE(sameMatches(matcher.match(query, train), wanted))
             << "case " << i << ": " << query.rows << " and " << train.rows << " rows of " << cols;
-        matches += expected(query, train).size();
+        matches += wanted.size();
     }
     EXPECT_GT(matches, 1000U);
 }
@@ -312,6 +315,37 @@ TEST_F(DescMatcherDistFracMutualTest, AgreesWithTheReferenceOnFloatRowsThatAreHa
         const auto [query, train] = test::crowdedRows(150, 60, 128, noise, random);
         EXPECT_TRUE(agrees(query, train)) << noise;
     }
+}
+
+TEST_F(DescMatcherDistFracMutualTest, TheNearestQueryRowMayHaveTrainRowsThatAreMuchNearer) {
+    // Around one point: the last train row lies there. The first query row is 3 away, and the last
+    // a little less, but that has two train rows beside it. All others lie further out.
+    test::Random random(11);
+    const DescMat point = test::randomUnitRows(1, 128, random);
+    const auto around = [&](const std::vector<std::pair<int, float>>& offsets) {
+        DescMat rows(static_cast<int>(offsets.size()), 128, DescMat::Float);
+        for (int i = 0; i < rows.rows; ++i) {
+            DescMat row = rows.row(i);
+            point.copyTo(row);
+            const auto [column, offset] = offsets[static_cast<std::size_t>(i)];
+            reinterpret_cast<float*>(row.data)[column] += offset;
+        }
+        return rows;
+    };
+    std::vector<std::pair<int, float>> queryOffsets = {{0, 3.0F}};
+    std::vector<std::pair<int, float>> trainOffsets = {{1, 2.99F}, {1, 2.97F}};
+    for (int i = 2; i < 60; ++i) {
+        queryOffsets.emplace_back(i, 4.0F);
+        trainOffsets.emplace_back(i + 60, 4.0F);
+    }
+    queryOffsets.emplace_back(1, 2.9999F);
+    trainOffsets.emplace_back(0, 0.0F);
+    const DescMat query = around(queryOffsets);
+    const DescMat train = around(trainOffsets);
+    const std::vector<DMatch> matches = matcher.match(query, train);
+    ASSERT_EQ(matches.size(), 1U);
+    EXPECT_TRUE(matches[0] == DMatch(59, 0, 0.0F));
+    EXPECT_TRUE(agrees(query, train));
 }
 
 TEST_F(DescMatcherDistFracMutualTest, NoRowAppearsInTwoMatches) {

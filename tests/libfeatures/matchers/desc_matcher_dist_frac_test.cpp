@@ -356,7 +356,7 @@ TEST_F(DescMatcherDistFracTest, ASecondExactMatchFarAwayIsAmbiguousToo) {
 }
 
 TEST_F(DescMatcherDistFracTest, RowsBeyondTheSixteenthBitOfAnIndexAreFound) {
-    constexpr int kRows = 65540;
+    constexpr int kRows = 70000;
     const DescMat few = rowsOfBits(32, {100, 200});
     DescMat many = rowsOfBits(32, std::vector<int>(kRows, 0));
     DescMat last = many.row(kRows - 1);
@@ -368,13 +368,14 @@ TEST_F(DescMatcherDistFracTest, RowsBeyondTheSixteenthBitOfAnIndexAreFound) {
 TEST_F(DescMatcherDistFracTest, AgreesWithTheReferenceOnManySmallBinaryCases) {
     test::Random random(4);
     std::size_t matches = 0;
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 2500; ++i) {
         const int cols = kWidths[static_cast<std::size_t>(i) % kWidths.size()];
         const auto [query, train] = test::anyAlikeBits(40, cols, random);
         test::setAnyParameters(matcher, random);
-        ASSERT_TRUE(agrees(query, train))
+        const std::vector<DMatch> wanted = expected(query, train);
+        ASSERT_TRUE(sameMatches(matcher.match(query, train), wanted))
             << "case " << i << ": " << query.rows << " and " << train.rows << " rows of " << cols;
-        matches += expected(query, train).size();
+        matches += wanted.size();
     }
     EXPECT_GT(matches, 1000U);
 }
@@ -519,22 +520,24 @@ TEST_F(DescMatcherDistFracTest, RowsAtDistanceZeroByUnderflowAreAmbiguous) {
 
 TEST_F(DescMatcherDistFracTest, SquaresThatUnderflowDoNotCount) {
     // The last row is the longest, but the square of each of its elements is 0.
-    DescMat train = rowsOfFloats(128, {1e-22F, 1.2e-22F, 0.0F});
-    auto* const last = reinterpret_cast<float*>(train.row(2).data);
-    std::fill_n(last, 128, 2e-23F);
-    EXPECT_TRUE(sameMatches(matcher.match(rowsOfFloats(128, {0.0F}), train), {{0, 2, 1.0F}}));
+    std::vector<float> values(50, 2e-22F);
+    values[0] = 1e-22F;
+    const DescMat train = rowsOfFloats(128, values);
+    std::fill_n(reinterpret_cast<float*>(train.row(49).data), 128, 2e-23F);
+    EXPECT_TRUE(sameMatches(matcher.match(rowsOfFloats(128, {0.0F}), train), {{0, 49, 1.0F}}));
 }
 
 TEST_F(DescMatcherDistFracTest, AgreesWithTheReferenceOnManySmallFloatCases) {
     test::Random random(6);
     std::size_t matches = 0;
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 2500; ++i) {
         const int cols = kFloatWidths[static_cast<std::size_t>(i) % kFloatWidths.size()];
         const auto [query, train] = test::anyAlikeFloats(25, cols, random);
         test::setAnyParameters(matcher, random);
-        ASSERT_TRUE(agrees(query, train))
+        const std::vector<DMatch> wanted = expected(query, train);
+        ASSERT_TRUE(sameMatches(matcher.match(query, train), wanted))
             << "case " << i << ": " << query.rows << " and " << train.rows << " rows of " << cols;
-        matches += expected(query, train).size();
+        matches += wanted.size();
     }
     EXPECT_GT(matches, 1000U);
 }
@@ -609,7 +612,7 @@ TEST_F(DescMatcherDistFracTest, AViewIsAMatrixOfOneRow) {
 
 TEST_F(DescMatcherDistFracTest, RowsMayLieAnywhere) {
     test::Random random(9);
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 60; ++i) {
         for (const int cols : kWidths) {
             const auto [query, train] = test::anyAlikeBits(20, cols, random);
             const test::RowsApart queryRows = test::anywhere(query, random);

@@ -74,7 +74,7 @@ public:
 
 class MatchSubsetTest : public testing::Test {
 protected:
-    const RecordingMatcher matcher;
+    const RecordingMatcher matcher{};
     // Row i has 10 i bits set, or starts with i.
     const DescMat bits = test::rowsOfBits(16, {0, 10, 20, 30, 40});
     const DescMat floats = test::rowsOfFloats(3, {0.0F, 1.0F, 2.0F, 3.0F});

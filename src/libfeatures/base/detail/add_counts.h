@@ -12,11 +12,11 @@ namespace marlo::detail {
 template <int N, typename Bytes>
 MARLO_KERNEL_INLINE void addCounts(const Bytes& counts, bool areFirst, HammingDistance<N>* at) {
     if constexpr (N <= 2) {
-        vectorAt<Bytes>(at) = counts;
+        vectorAt<Bytes>(at).value = counts;
     } else {
         typedef std::uint16_t Counts __attribute__((vector_size(2 * sizeof(Bytes))));
         const Counts wide = __builtin_convertvector(counts, Counts);
-        vectorAt<Counts>(at) = areFirst ? wide : vectorAt<Counts>(at) + wide;
+        vectorAt<Counts>(at).value = areFirst ? wide : vectorAt<Counts>(at).value + wide;
     }
 }
 

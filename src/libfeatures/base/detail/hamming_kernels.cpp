@@ -133,7 +133,7 @@ MARLO_KERNELS_FOR("ssse3")
 namespace ssse3 {
 typedef std::uint8_t Bytes __attribute__((vector_size(16)));
 inline Bytes repeated(const std::uint8_t* from) {
-    return vectorAt<Bytes>(from);
+    return vectorAt<Bytes>(from).value;
 }
 inline Bytes lookup(Bytes table, Bytes index) {
     return reinterpret_cast<Bytes>(
@@ -161,7 +161,7 @@ inline Mask below(Shorts distances, std::uint16_t limit) {
         _mm256_movemask_epi8(_mm256_cmpgt_epi16(limits, reinterpret_cast<__m256i>(distances))));
 }
 inline Bytes repeated(const std::uint8_t* from) {
-    return reinterpret_cast<Bytes>(_mm256_broadcastsi128_si256(vectorAt<__m128i>(from)));
+    return reinterpret_cast<Bytes>(_mm256_broadcastsi128_si256(vectorAt<__m128i>(from).value));
 }
 inline Bytes lookup(Bytes table, Bytes index) {
     return reinterpret_cast<Bytes>(
@@ -188,7 +188,8 @@ inline Mask below(Shorts distances, std::uint16_t limit) {
                                    _mm512_set1_epi16(static_cast<short>(limit)));
 }
 inline Bytes repeated(const std::uint8_t* from) {
-    return reinterpret_cast<Bytes>(_mm512_maskz_broadcast_i32x4(0xffff, vectorAt<__m128i>(from)));
+    return reinterpret_cast<Bytes>(
+        _mm512_maskz_broadcast_i32x4(0xffff, vectorAt<__m128i>(from).value));
 }
 inline Bytes lookup(Bytes table, Bytes index) {
     return reinterpret_cast<Bytes>(
@@ -236,7 +237,7 @@ inline Mask below(Shorts distances, std::uint16_t limit) {
     return vget_lane_u64(vreinterpret_u64_u8(vmovn_u16(mask)), 0);
 }
 inline Bytes repeated(const std::uint8_t* from) {
-    return vectorAt<Bytes>(from);
+    return vectorAt<Bytes>(from).value;
 }
 inline Bytes lookup(Bytes table, Bytes index) {
     return reinterpret_cast<Bytes>(

@@ -50,7 +50,7 @@ void distances(const unsigned char* const (&queries)[kHammingQueries], const uns
                 const Bytes table1 = repeated(kCountsOfXor.of + tables[1][p]);
                 for (int v = 0; v < kVectors; ++v) {
                     const Bytes index =
-                        vectorAt<Bytes>(groups + static_cast<std::size_t>(v) * sizeof(Bytes));
+                        vectorAt<Bytes>(groups + static_cast<std::size_t>(v) * sizeof(Bytes)).value;
                     sums0[v] += lookup(table0, index);
                     sums1[v] += lookup(table1, index);
                 }

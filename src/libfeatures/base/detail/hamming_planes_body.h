@@ -38,7 +38,7 @@ void distances(const unsigned char* const (&queries)[kHammingQueries], const uns
                 const auto query1 = reinterpret_cast<Bytes>(Words{} + words[1][p]);
                 for (int v = 0; v < kVectors; ++v) {
                     const auto bytes =
-                        vectorAt<Bytes>(groups + static_cast<std::size_t>(v) * sizeof(Bytes));
+                        vectorAt<Bytes>(groups + static_cast<std::size_t>(v) * sizeof(Bytes)).value;
                     sums0[v] += bitCounts(query0 ^ bytes);
                     sums1[v] += bitCounts(query1 ^ bytes);
                 }

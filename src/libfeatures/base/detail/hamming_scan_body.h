@@ -23,7 +23,7 @@ void offerFirst(const HammingDistance<N>* distances, int count, std::uint32_t fi
     Keys next[2] = {none, none};
     Keys number{};
     for (int at = 0; at < count; at += 2 * kLanes, number += 1) {
-        const Keys both = vectorAt<Keys>(distances + at);
+        const Keys both = vectorAt<Keys>(distances + at).value;
         const Keys keys[2] = {(both << kShift) | number, ((both >> kShift) << kShift) | number};
         for (int i = 0; i < 2; ++i) {
             const Keys higher = keys[i] < low[i] ? low[i] : keys[i];
@@ -33,7 +33,7 @@ void offerFirst(const HammingDistance<N>* distances, int count, std::uint32_t fi
     }
 
     Key lowest[2][kLanes];
-    for (int i = 0; i < 2; ++i) vectorAt<Keys>(lowest[i]) = low[i];
+    for (int i = 0; i < 2; ++i) vectorAt<Keys>(lowest[i]).value = low[i];
     const auto minimum = [&lowest] {
         Key least = lowest[0][0];
         for (int lane = 0; lane < kLanes; ++lane) {
@@ -72,10 +72,10 @@ void offer(const HammingDistance<N>* distances, int count, std::uint32_t first,
     }
     for (; at < count; at += kVectorsTogether * kLanes) {
         // Few rows come near enough, so first their minimum.
-        const Distances d0 = vectorAt<Distances>(distances + at);
-        const Distances d1 = vectorAt<Distances>(distances + at + kLanes);
-        const Distances d2 = vectorAt<Distances>(distances + at + 2 * kLanes);
-        const Distances d3 = vectorAt<Distances>(distances + at + 3 * kLanes);
+        const Distances d0 = vectorAt<Distances>(distances + at).value;
+        const Distances d1 = vectorAt<Distances>(distances + at + kLanes).value;
+        const Distances d2 = vectorAt<Distances>(distances + at + 2 * kLanes).value;
+        const Distances d3 = vectorAt<Distances>(distances + at + 3 * kLanes).value;
         const Distances low01 = d0 < d1 ? d0 : d1;
         const Distances low23 = d2 < d3 ? d2 : d3;
         if (nearest.second == 0) return;  // ambiguous, whatever comes
@@ -83,7 +83,7 @@ void offer(const HammingDistance<N>* distances, int count, std::uint32_t first,
         for (int v = 0; v < kVectorsTogether; ++v) {
             if (nearest.second == 0) return;
             const int from = at + v * kLanes;
-            const Distances d = vectorAt<Distances>(distances + from);
+            const Distances d = vectorAt<Distances>(distances + from).value;
             Mask mask = below(d, limitOf<N>(nearest));
             while (mask != 0) {
                 const int bit = __builtin_ctzll(mask);
@@ -107,12 +107,12 @@ void lowerKeys(const HammingDistance<N>* distances, int count, unsigned query,
     const Keys number = Keys{} + static_cast<Key>(query);
     const int pairs = count / 2;
     for (int i = 0; i < pairs; i += kLanes) {
-        const Keys both = vectorAt<Keys>(distances + 2 * i);
+        const Keys both = vectorAt<Keys>(distances + 2 * i).value;
         const Keys even = (both << kShift) | number;
         const Keys odd = ((both >> kShift) << kShift) | number;
-        const Keys oldEven = vectorAt<Keys>(keys + i);
-        const Keys oldOdd = vectorAt<Keys>(keys + pairs + i);
-        vectorAt<Keys>(keys + i) = even < oldEven ? even : oldEven;
-        vectorAt<Keys>(keys + pairs + i) = odd < oldOdd ? odd : oldOdd;
+        const Keys oldEven = vectorAt<Keys>(keys + i).value;
+        const Keys oldOdd = vectorAt<Keys>(keys + pairs + i).value;
+        vectorAt<Keys>(keys + i).value = even < oldEven ? even : oldEven;
+        vectorAt<Keys>(keys + pairs + i).value = odd < oldOdd ? odd : oldOdd;
     }
 }

@@ -10,8 +10,8 @@ constexpr int kGroupRows = kVectors * kLanes;
 
 inline int screen(const ScreenTile& tile, int firstGroup, ScreenMasks& candidates) {
     static_assert(kScreenQueries == 4);
-    const Ints term0 = vectorAt<Ints>(tile.trainTerms);
-    const Ints term1 = vectorAt<Ints>(tile.trainTerms + kLanes);
+    const Ints term0 = vectorAt<Ints>(tile.trainTerms).value;
+    const Ints term1 = vectorAt<Ints>(tile.trainTerms + kLanes).value;
     for (int group = firstGroup; group < tile.queryGroups; ++group) {
         const std::int16_t* train = tile.train;
         const std::int16_t* queries = tile.queries + 2 * kScreenQueries * tile.pairs * group;
@@ -21,8 +21,8 @@ inline int screen(const ScreenTile& tile, int firstGroup, ScreenMasks& candidate
             x[q][1] = -term1;
         }
         for (std::ptrdiff_t pair = 0; pair < tile.pairs; ++pair) {
-            const Ints train0 = vectorAt<Ints>(train);
-            const Ints train1 = vectorAt<Ints>(train + 2 * kLanes);
+            const Ints train0 = vectorAt<Ints>(train).value;
+            const Ints train1 = vectorAt<Ints>(train + 2 * kLanes).value;
             for (int q = 0; q < kScreenQueries; ++q) {
                 std::int32_t both;
                 __builtin_memcpy(&both, queries + 2 * q, sizeof(both));
@@ -40,7 +40,7 @@ inline int screen(const ScreenTile& tile, int firstGroup, ScreenMasks& candidate
             for (int v = 0; v < kVectors; ++v) {
                 are[q][v] = x[q][v] > Ints{} + limits[q];
                 if (tile.trainLimits != nullptr) {
-                    const Ints trainLimits = vectorAt<Ints>(tile.trainLimits + v * kLanes);
+                    const Ints trainLimits = vectorAt<Ints>(tile.trainLimits + v * kLanes).value;
                     const Ints query = Ints{} + tile.queryTerms[kScreenQueries * group + q];
                     are[q][v] |= x[q][v] > query - trainLimits;
                 }

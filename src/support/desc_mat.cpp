@@ -111,8 +111,13 @@ void DescMat::copyTo(DescMat& dst) const {
         dst = std::move(copy);
         return;
     }
-    if (!empty()) {
-        std::memmove(dst.data, data, step * static_cast<std::size_t>(rows));
+    if (empty()) {
+        return;
+    }
+    // A host may have put other rows' worth of bytes between the rows of either matrix.
+    const std::size_t rowBytes = static_cast<std::size_t>(cols) * elemSizeBytes();
+    for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row) {
+        std::memmove(dst.data + row * dst.step, data + row * step, rowBytes);
     }
 }
 

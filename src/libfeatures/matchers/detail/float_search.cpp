@@ -50,6 +50,7 @@ double squaredLength(const float* row, std::ptrdiff_t columns) {
 
 double longestFinite(const DescMat& matrix) {
     double most = 0.0;
+#pragma omp parallel for schedule(static) reduction(max : most)
     for (std::ptrdiff_t row = 0; row < matrix.rows; ++row) {
         const double square = squaredLength(rowAt(matrix, row), matrix.cols);
         if (std::isfinite(square)) most = std::max(most, square);
@@ -119,6 +120,7 @@ FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, c
     const std::ptrdiff_t groupSize = 2 * groupRows * scale_.pairs();
     groups_.resize(static_cast<std::size_t>(groupCount * groupSize));
     terms_.resize(static_cast<std::size_t>(groupCount * groupRows), FloatScale::kNever);
+#pragma omp parallel for schedule(static)
     for (std::ptrdiff_t row = 0; row < train_.rows; ++row) {
         std::int16_t* const pairs =
             groups_.data() + row / groupRows * groupSize + 2 * (row % groupRows);

@@ -114,7 +114,7 @@ void DescMat::copyTo(DescMat& dst) const {
     if (empty()) {
         return;
     }
-    // A host may have put other rows' worth of bytes between the rows of either matrix.
+    // Rows that a host wrapped may lie further apart than they are wide.
     const std::size_t rowBytes = static_cast<std::size_t>(cols) * elemSizeBytes();
     for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row) {
         std::memmove(dst.data + row * dst.step, data + row * step, rowBytes);

@@ -83,7 +83,9 @@ public:
     int rows = 0;                   ///< number of descriptors
     int cols = 0;                   ///< number of elements in a row
     unsigned char* data = nullptr;  ///< first byte; row i starts at data + i * step
-    std::size_t step = 0;           ///< bytes from one row to the next: cols * elemSizeBytes()
+    /// Bytes from one row to the next: cols * elemSizeBytes(). Matrices that a host has put
+    /// together by hand around rows of its own may have more.
+    std::size_t step = 0;
 
 private:
     int type_ = Byte;

@@ -36,9 +36,9 @@ void screen(benchmark::State& state, const detail::ScreenFunctions* functions, b
     tile.queryGroups = kQueryGroups;
     tile.queryTerms = terms.data();
     tile.queryLimits = limits.data();
-    detail::ScreenMasks masks{};
+    detail::ScreenCandidates candidates{};
     for (auto _ : state) {
-        benchmark::DoNotOptimize(functions->screen(tile, 0, masks));
+        benchmark::DoNotOptimize(functions->screen(tile, 0, candidates));
     }
     bench::countMillions(state, "Mpairs/s", static_cast<double>(kQueryRows * trainRows));
 }

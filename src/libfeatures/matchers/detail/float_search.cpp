@@ -158,33 +158,38 @@ void FloatTrain::search(std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFlo
     tile.queryGroups = static_cast<int>(queryGroups);
     tile.queryTerms = terms.data();
     tile.queryLimits = limits.data();
-    ScreenMasks candidates{};
+    ScreenCandidates candidates{};
     for (std::ptrdiff_t firstRow = 0; firstRow < train_.rows; firstRow += groupRows) {
         tile.train = groups_.data() + 2 * firstRow * scale_.pairs();
         tile.trainTerms = terms_.data() + firstRow;
-        tile.trainLimits =
+        std::int32_t* const trainLimits =
             nearestQueries == nullptr ? nullptr : nearestQueries->limits.data() + firstRow;
+        tile.trainLimits = trainLimits;
         for (int group = 0;; ++group) {
             group = functions_.screen(tile, group, candidates);
             if (group == tile.queryGroups) break;
             for (int q = 0; q < kScreenQueries; ++q) {
                 const std::ptrdiff_t query = std::ptrdiff_t{group} * kScreenQueries + q;
-                std::uint32_t mask = candidates.masks[q];
-                if (mask == 0) continue;
-                for (; mask != 0; mask &= mask - 1) {
-                    const std::ptrdiff_t row = firstRow + __builtin_ctz(mask);
+                const std::int32_t term = terms[static_cast<std::size_t>(query)];
+                std::int32_t& limit = limits[static_cast<std::size_t>(query)];
+                for (std::uint32_t mask = candidates.masks[q]; mask != 0; mask &= mask - 1) {
+                    const int lane = __builtin_ctz(mask);
+                    // The ones before may have lowered the limits.
+                    const std::int32_t x = candidates.x[q][lane];
+                    const bool forTrain = trainLimits != nullptr && x > term - trainLimits[lane];
+                    if (x <= limit && !forTrain) continue;
+                    const std::ptrdiff_t row = firstRow + lane;
                     const float distance =
                         distance_(rowAt(query_, first + query), rowAt(train_, row), train_.cols);
                     nearest[query].offer(distance, static_cast<std::uint32_t>(row));
-                    if (nearestQueries != nullptr) {
-                        const auto at = static_cast<std::size_t>(row);
-                        NearestQueryFloat& nearestQuery = nearestQueries->nearest[at];
+                    limit = scale_.queryLimit(term, nearest[query].second);
+                    if (forTrain) {
+                        NearestQueryFloat& nearestQuery =
+                            nearestQueries->nearest[static_cast<std::size_t>(row)];
                         nearestQuery.offer(distance, static_cast<std::uint32_t>(first + query));
-                        nearestQueries->limits[at] = scale_.trainLimit(nearestQuery.distance);
+                        trainLimits[lane] = scale_.trainLimit(nearestQuery.distance);
                     }
                 }
-                const auto at = static_cast<std::size_t>(query);
-                limits[at] = scale_.queryLimit(terms[at], nearest[query].second);
             }
         }
     }

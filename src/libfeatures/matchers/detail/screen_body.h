@@ -8,7 +8,7 @@ constexpr int kLanes = static_cast<int>(sizeof(Ints) / sizeof(std::int32_t));
 constexpr int kVectors = 2;  // of train rows: with four queries they fill the registers
 constexpr int kGroupRows = kVectors * kLanes;
 
-inline int screen(const ScreenTile& tile, int firstGroup, ScreenMasks& candidates) {
+inline int screen(const ScreenTile& tile, int firstGroup, ScreenCandidates& candidates) {
     static_assert(kScreenQueries == 4);
     const Ints term0 = vectorAt<Ints>(tile.trainTerms).value;
     const Ints term1 = vectorAt<Ints>(tile.trainTerms + kLanes).value;
@@ -50,6 +50,8 @@ inline int screen(const ScreenTile& tile, int firstGroup, ScreenMasks& candidate
         if (bits(any) == 0) continue;
         for (int q = 0; q < kScreenQueries; ++q) {
             candidates.masks[q] = bits(are[q][0]) | bits(are[q][1]) << kLanes;
+            vectorAt<Ints>(candidates.x[q]).value = x[q][0];
+            vectorAt<Ints>(candidates.x[q] + kLanes).value = x[q][1];
         }
         return group;
     }

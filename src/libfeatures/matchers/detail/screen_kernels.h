@@ -24,9 +24,10 @@ struct ScreenTile {
     const std::int32_t* queryLimits = nullptr;  ///< a limit for every query row
 };
 
-/// Bit r of masks[q]: query row q of the group and train row r are a candidate.
-struct ScreenMasks {
+/// Bit r of masks[q]: query row q of the group and train row r are a candidate, with the x below.
+struct ScreenCandidates {
     std::uint32_t masks[kScreenQueries];
+    std::int32_t x[kScreenQueries][32];
 };
 
 /// Compares products of rows with limits. With x = (the scalar product of a query row and a train
@@ -37,7 +38,7 @@ struct ScreenFunctions {
 
     /// The first group of query rows from `firstGroup` on in which there is a candidate;
     /// `queryGroups` if there is none.
-    int (*screen)(const ScreenTile& tile, int firstGroup, ScreenMasks& candidates);
+    int (*screen)(const ScreenTile& tile, int firstGroup, ScreenCandidates& candidates);
 };
 
 KernelList<const ScreenFunctions> screenKernels();

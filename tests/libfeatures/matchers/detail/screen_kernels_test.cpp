@@ -63,7 +63,7 @@ protected:
         return sum;
     }
 
-    int screen(bool withTrainLimits, int firstGroup, ScreenMasks& masks) const {
+    int screen(bool withTrainLimits, int firstGroup, ScreenCandidates& masks) const {
         return GetParam().run->screen(tile(withTrainLimits), firstGroup, masks);
     }
 
@@ -78,7 +78,7 @@ protected:
 };
 
 TEST_P(ScreenKernelTest, FindsNothingBelowTheLimits) {
-    ScreenMasks masks{};
+    ScreenCandidates masks{};
     EXPECT_EQ(screen(false, 0, masks), kQueryGroups);
     EXPECT_EQ(screen(true, 0, masks), kQueryGroups);
     EXPECT_EQ(screen(true, kQueryGroups, masks), kQueryGroups);
@@ -93,7 +93,7 @@ TEST_P(ScreenKernelTest, OneAboveTheQuerysLimitIsACandidateAndTheLimitItselfIsNo
             for (int other = 0; other < rows_; ++other) {
                 expected |= (x(query, other) > limit ? std::uint32_t{1} : 0) << other;
             }
-            ScreenMasks masks{};
+            ScreenCandidates masks{};
             const int group = screen(false, 0, masks);
             ASSERT_EQ(group, expected == 0 ? kQueryGroups : query / kScreenQueries);
             if (expected != 0) {
@@ -104,6 +104,7 @@ TEST_P(ScreenKernelTest, OneAboveTheQuerysLimitIsACandidateAndTheLimitItselfIsNo
             --limit;
             ASSERT_EQ(screen(false, 0, masks), query / kScreenQueries);
             ASSERT_EQ(masks.masks[query % kScreenQueries], expected | std::uint32_t{1} << row);
+            ASSERT_EQ(masks.x[query % kScreenQueries][row], x(query, row));
             limit = 0x7fffffff;
         }
     }
@@ -116,7 +117,7 @@ TEST_P(ScreenKernelTest, ATrainRowsLimitIsTakenFromTheQuerysTerm) {
             queryTerms[static_cast<std::size_t>(query)] = 1'500'000'000;
             std::int32_t& limit = trainLimits[static_cast<std::size_t>(row)];
             limit = 1'500'000'000 - x(query, row);
-            ScreenMasks masks{};
+            ScreenCandidates masks{};
             ASSERT_EQ(screen(true, 0, masks), kQueryGroups) << "x is the difference";
             ++limit;
             ASSERT_EQ(screen(true, 0, masks), query / kScreenQueries);

@@ -12,7 +12,7 @@ namespace marlo {
 /// DescMat::row() gave. Squared differences are added up in 16 partial sums, column c in sum
 /// c mod 16, which are then folded in halves (i and i + 8, i and i + 4 ...); the square root of the
 /// total is the distance. The result has the same bits on any processor, is exactly 0 for equal
-/// rows, the same both ways round, and NaN if a row holds a NaN.
+/// finite rows, the same both ways round, and NaN if a row holds a NaN.
 /// @throws std::invalid_argument unless both are single rows of floats of the same width.
 [[nodiscard]] FEATURES_EXPORT float cvSiftDistance(const DescMat& row1, const DescMat& row2);
 

@@ -24,7 +24,7 @@ std::vector<DMatch> DescMatcherDistFrac::match(const DescMat& query, const DescM
         if (train.type() == query.type() && train.cols == query.cols) {
             matches = detail::distFracFloats(query, train, *this);
         }
-    } else if (popcnt == system::PopcntX86 && query.cols == 16 && train.cols == 16) {
+    } else if (popcnt == system::PopcntX86 && detail::isLdah(query, train)) {
         matches = detail::distFracHamming128(query, train, *this);
         kernelName_ = name;
     } else {

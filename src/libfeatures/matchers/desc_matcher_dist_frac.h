@@ -25,14 +25,17 @@ namespace marlo {
 /// Binary rows (type DescMat::Byte) of 8, 16, 32, 64 or 128 columns are compared by Hamming
 /// distance, float rows of any width by cvSiftDistance(). Runs on OpenMP threads; results are the
 /// same for any number of them and on any processor. Memory beyond the result: twice the train rows
-/// for binary rows, half of both matrices for floats, and a few bytes a row.
+/// for binary rows, half of them for floats, and a few bytes a row. Float search is fast because
+/// few distances have to be computed; where all rows are nearly alike, or nearly all differ in
+/// length by orders of magnitude, it is no faster than computing all.
 ///
-/// **Number of threads.** For binary rows match() sets the OpenMP thread count of its caller:
-/// to 1 before the search, if there are at least as many processors as blocks of 728 query rows,
-/// and after it to what omp_get_num_threads() was, which outside a parallel region is 1 again. So
-/// later parallel regions of the calling thread, the host's own and those of later calls into this
-/// library included, run on one thread. Put a ThreadCountGuard around the call to keep your
-/// setting.
+/// **Number of threads.** For binary rows that it compares, match() sets the OpenMP thread count of
+/// its caller: to 1 before the search, if there are at least as many processors as blocks of 728
+/// query rows, and after it to what omp_get_num_threads() was, which outside a parallel region is 1
+/// again. So later parallel regions of the calling thread, the host's own and those of later calls
+/// into this library included, run on one thread. Put a ThreadCountGuard around the call to keep
+/// your setting. Matches are appended in an unnamed OpenMP critical section: do not call match()
+/// from inside one of your own.
 ///
 /// Use an object from one thread at a time: match() records the kernel that it used.
 class FEATURES_EXPORT DescMatcherDistFrac : public IDescriptorMatcher,

@@ -20,7 +20,8 @@ namespace marlo {
 /// Of query rows at the same distance from a train row the first is its nearest. Accepts what
 /// DescMatcherDistFrac accepts, and has the same parameters. Runs on OpenMP threads, as many as the
 /// caller's setting allows, which it leaves alone; the results are the same for any number of them
-/// and on any processor. Memory as for DescMatcherDistFrac, and 8 bytes a train row and thread.
+/// and on any processor. Memory as for DescMatcherDistFrac, and 8 bytes (floats: 12) a train row
+/// and thread.
 ///
 /// Use an object from one thread at a time: match() records the kernel that it used.
 class FEATURES_EXPORT DescMatcherDistFracMutual : public IDescriptorMatcher,

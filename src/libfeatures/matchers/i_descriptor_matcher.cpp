@@ -22,7 +22,8 @@ DescMat copyOfRows(const DescMat& from, const std::vector<unsigned int>& rows, i
     for (int i = 0; i < copy.rows; ++i) {
         const unsigned int row = rows[static_cast<std::size_t>(i)];
         if (row > kMostRows) {
-            throw std::out_of_range("DescMat: no row " + std::to_string(row));
+            throw std::out_of_range("DescMat: row " + std::to_string(row) + " of a matrix of " +
+                                    std::to_string(from.rows) + " rows");
         }
         DescMat target = copy.row(i);
         from.row(static_cast<int>(row)).copyTo(target);

@@ -8,9 +8,10 @@
 #define MARLO_KERNEL_INLINE [[gnu::always_inline]] inline
 /// Marks the entry of a kernel that needs an instruction set beyond the compiler's default.
 #define MARLO_KERNEL_TARGET(features) [[gnu::target(features)]]
-/// Between these two every function, template or not, is compiled for the instruction set, so that
-/// its intrinsics can be used. Nothing is included and no library type used in between.
 #define MARLO_KERNEL_PRAGMA(text) _Pragma(#text)
+/// Between MARLO_KERNELS_FOR(features) and MARLO_KERNELS_END every function, template or not, is
+/// compiled for the instruction set, so that its intrinsics can be used. No headers of others are
+/// included in between: what they define would be compiled for it, too.
 #if defined(__clang__)
 #define MARLO_KERNELS_FOR(features) \
     MARLO_KERNEL_PRAGMA(            \

@@ -18,6 +18,7 @@ void offerFirst(const HammingDistance<N>* distances, int count, std::uint32_t fi
     typedef Key Keys __attribute__((vector_size(sizeof(Bytes))));
     constexpr int kLanes = static_cast<int>(sizeof(Bytes) / sizeof(Key));
     constexpr int kShift = kHammingKeyBits<N>;
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
     const Keys none = ~Keys{};
     Keys low[2] = {none, none};
     Keys next[2] = {none, none};

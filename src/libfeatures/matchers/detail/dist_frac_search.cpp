@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "libfeatures/matchers/detail/dist_frac_search.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +10,7 @@
 #include "libfeatures/matchers/detail/hamming_search.h"
 #include "libfeatures/matchers/detail/query_blocks.h"
 #include "libfeatures/matchers/detail/ratio_test.h"
+#include "libfeatures/matchers/detail/stated_thread_count.h"
 #include "support/detail/first_exception.h"
 
 namespace marlo::detail {
@@ -19,21 +18,6 @@ namespace {
 
 constexpr int kLdahColumns = 16;
 constexpr std::ptrdiff_t kHammingBlockRows = 728;
-
-/// One thread where there are at least as many processors as blocks. In the end the thread count is
-/// set to that of the current team, which outside a parallel region is one thread.
-class StatedThreadCount {
-public:
-    explicit StatedThreadCount(std::ptrdiff_t blockCount) : teamSize_(omp_get_num_threads()) {
-        if (system::noLogicalCPUs() >= blockCount) omp_set_num_threads(1);
-    }
-    ~StatedThreadCount() { omp_set_num_threads(teamSize_); }
-    StatedThreadCount(const StatedThreadCount&) = delete;
-    StatedThreadCount& operator=(const StatedThreadCount&) = delete;
-
-private:
-    int teamSize_;
-};
 
 template <typename Distance>
 void appendMatches(const std::vector<TwoNearest<Distance>>& nearest, std::ptrdiff_t firstRow,
@@ -46,14 +30,18 @@ void appendMatches(const std::vector<TwoNearest<Distance>>& nearest, std::ptrdif
 
 }  // namespace
 
+bool isLdah(const DescMat& query, const DescMat& train) {
+    return query.type() == DescMat::Byte && query.cols == kLdahColumns &&
+           train.cols == kLdahColumns;
+}
+
 QString distFracKernelName(const DescMat& query, const DescMat& train, system::popcnt_t popcnt,
                            const QString& before) {
     if (query.type() != DescMat::Byte) return QStringLiteral("CPU Float");
     switch (popcnt) {
         case system::PopcntX86:
-            return query.cols == kLdahColumns && train.cols == kLdahColumns
-                       ? QStringLiteral("CPU SSE")
-                       : QStringLiteral("CPU SSE generic");
+            return isLdah(query, train) ? QStringLiteral("CPU SSE")
+                                        : QStringLiteral("CPU SSE generic");
         case system::PopcntArm:
             return QStringLiteral("CPU ARM");
         case system::PopcntNone:

@@ -11,6 +11,10 @@
 
 namespace marlo::detail {
 
+/// Whether both matrices can hold rows of 128 bits. (The type of `train` is that of `query`, or its
+/// first bytes count.)
+bool isLdah(const DescMat& query, const DescMat& train);
+
 /// The name of the kernel for matrices that are not empty; `before` where there is none.
 QString distFracKernelName(const DescMat& query, const DescMat& train, system::popcnt_t popcnt,
                            const QString& before);

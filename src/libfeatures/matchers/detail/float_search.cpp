@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace marlo::detail {
 namespace {
@@ -48,36 +49,57 @@ double squaredLength(const float* row, std::ptrdiff_t columns) {
     return sum;
 }
 
-double longestFinite(const DescMat& matrix) {
-    double most = 0.0;
-#pragma omp parallel for schedule(static) reduction(max : most)
+std::vector<double> squaredLengths(const DescMat& matrix) {
+    std::vector<double> squares(static_cast<std::size_t>(matrix.rows));
+#pragma omp parallel for schedule(static)
     for (std::ptrdiff_t row = 0; row < matrix.rows; ++row) {
-        const double square = squaredLength(rowAt(matrix, row), matrix.cols);
-        if (std::isfinite(square)) most = std::max(most, square);
+        squares[static_cast<std::size_t>(row)] = squaredLength(rowAt(matrix, row), matrix.cols);
     }
-    return std::sqrt(most);
+    return squares;
+}
+
+std::vector<double> joined(std::vector<double> first, const std::vector<double>& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// The largest that is not far above nearly all; 0 if there is none.
+double mostOrdinary(std::vector<double> squares) {
+    squares.erase(std::remove_if(squares.begin(), squares.end(),
+                                 [](double square) { return !std::isfinite(square); }),
+                  squares.end());
+    if (squares.empty()) return 0.0;
+    const auto nearlyAll = squares.end() - 1 - static_cast<std::ptrdiff_t>(squares.size() / 20);
+    std::nth_element(squares.begin(), nearlyAll, squares.end());
+    const double far = 4.0 * *nearlyAll;  // twice the length
+    double most = *nearlyAll;
+    for (const double square : squares) {
+        if (square <= far) most = std::max(most, square);
+    }
+    return most;
 }
 
 }  // namespace
 
-FloatScale::FloatScale(const DescMat& query, const DescMat& train)
-    : columns_(train.cols), pairs_((columns_ + 1) / 2) {
-    const double longest = std::max(longestFinite(query), longestFinite(train));
+FloatScale::FloatScale(std::ptrdiff_t columns, std::vector<double> squares)
+    : columns_(columns), pairs_((columns + 1) / 2), mostSquare_(mostOrdinary(std::move(squares))) {
+    const double longest = std::sqrt(mostSquare_);
     if (columns_ > kMostColumns || longest < kLeastLength || longest > kMostLength) return;
     scale_ = static_cast<float>(kLongest / longest);
-    const auto columns = static_cast<double>(columns_);
-    const double rowError = kElementError * std::sqrt(columns);
+    const auto elements = static_cast<double>(columns_);
+    const double rowError = kElementError * std::sqrt(elements);
     error_ = std::ceil(rowError * kLongest + (kLongest + rowError) * rowError) + 2.0;
     // 16 sums of a sixteenth of the columns each, folded: a few roundings of 2^-24 more than that.
-    relativeError_ = (columns / 16.0 + 16.0) * 0x1p-22;
+    relativeError_ = (elements / 16.0 + 16.0) * 0x1p-22;
 }
 
-std::int32_t FloatScale::round(const float* row, std::int16_t* pairs, std::ptrdiff_t stride) const {
-    const double square = squaredLength(row, columns_);
+std::int32_t FloatScale::round(const float* row, double square, std::int16_t* pairs,
+                               std::ptrdiff_t stride) const {
     const bool isFinite = std::isfinite(square);
-    const float scale = isFinite ? scale_ : 0.0F;
+    const bool isOrdinary = isFinite && square <= mostSquare_;
+    const float scale = isOrdinary ? scale_ : 0.0F;
     const auto rounded = [&](std::ptrdiff_t c) {
-        return isFinite ? static_cast<std::int16_t>(row[c] * scale) : std::int16_t{0};
+        return isOrdinary ? static_cast<std::int16_t>(row[c] * scale) : std::int16_t{0};
     };
     for (std::ptrdiff_t pair = 0; pair < columns_ / 2; ++pair, pairs += 2 * stride) {
         pairs[0] = rounded(2 * pair);
@@ -87,8 +109,9 @@ std::int32_t FloatScale::round(const float* row, std::int16_t* pairs, std::ptrdi
         pairs[0] = rounded(columns_ - 1);
         pairs[1] = 0;
     }
+    if (!isOrdinary) return isFinite ? kAlways : kNever;
     const double factor = scale_;
-    return isFinite ? static_cast<std::int32_t>(0.5 * factor * factor * square) : kNever;
+    return static_cast<std::int32_t>(0.5 * factor * factor * square);
 }
 
 double FloatScale::halfSquare(float distance) const {
@@ -98,15 +121,16 @@ double FloatScale::halfSquare(float distance) const {
 
 std::int32_t FloatScale::queryLimit(std::int32_t queryTerm, float distance) const {
     if (queryTerm == kNever || distance == 0.0F) return kNever;
-    // Train rows that are not finite have the term kNever: less than any limit.
-    constexpr double kLeast = std::numeric_limits<std::int32_t>::min() + 2.0;
+    // Train rows that are not finite have the term kNever, and less than this.
+    constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min() + 2;
+    if (queryTerm == kAlways) return kLeast;
     const double limit = std::floor(queryTerm - halfSquare(distance) - error_);
-    return static_cast<std::int32_t>(std::max(limit, kLeast));
+    return static_cast<std::int32_t>(std::max<double>(limit, kLeast));
 }
 
 std::int32_t FloatScale::trainLimit(float distance) const {
-    const double limit = std::ceil(halfSquare(distance) + error_) + 1.0;
-    return scale_ == 0.0F ? kNever : static_cast<std::int32_t>(std::min<double>(limit, kNever));
+    const double limit = std::ceil(halfSquare(distance) + error_);
+    return static_cast<std::int32_t>(std::min<double>(limit, kNever));
 }
 
 FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train)
@@ -114,7 +138,9 @@ FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, c
       distance_(fastest(siftDistanceKernels())),
       query_(aligned(query, queryCopy_)),
       train_(aligned(train, trainCopy_)),
-      scale_(query_, train_) {
+      querySquares_(squaredLengths(query_)),
+      trainSquares_(squaredLengths(train_)),
+      scale_(train_.cols, joined(querySquares_, trainSquares_)) {
     const std::ptrdiff_t groupRows = functions.groupRows;
     const std::ptrdiff_t groupCount = (train_.rows + groupRows - 1) / groupRows;
     const std::ptrdiff_t groupSize = 2 * groupRows * scale_.pairs();
@@ -124,7 +150,8 @@ FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, c
     for (std::ptrdiff_t row = 0; row < train_.rows; ++row) {
         std::int16_t* const pairs =
             groups_.data() + row / groupRows * groupSize + 2 * (row % groupRows);
-        terms_[static_cast<std::size_t>(row)] = scale_.round(rowAt(train_, row), pairs, groupRows);
+        const auto at = static_cast<std::size_t>(row);
+        terms_[at] = scale_.round(rowAt(train_, row), trainSquares_[at], pairs, groupRows);
     }
 }
 
@@ -142,13 +169,17 @@ void FloatTrain::search(std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFlo
     AlignedVector<std::int16_t> queries(queryCount * static_cast<std::size_t>(2 * scale_.pairs()));
     std::vector<std::int32_t> terms(queryCount, FloatScale::kNever);
     std::vector<std::int32_t> limits(queryCount, FloatScale::kNever);
+    std::vector<bool> isFar(queryCount, false);
     for (std::ptrdiff_t q = 0; q < last - first; ++q) {
         std::int16_t* const pairs =
             queries.data() +
             2 * (q / kScreenQueries * kScreenQueries * scale_.pairs() + q % kScreenQueries);
         const auto at = static_cast<std::size_t>(q);
-        terms[at] = scale_.round(rowAt(query_, first + q), pairs, kScreenQueries);
+        const double square = querySquares_[static_cast<std::size_t>(first + q)];
+        terms[at] = scale_.round(rowAt(query_, first + q), square, pairs, kScreenQueries);
         limits[at] = scale_.queryLimit(terms[at], nearest[q].second);
+        isFar[at] = terms[at] == FloatScale::kAlways;
+        if (isFar[at]) terms[at] = 0;
     }
 
     const std::ptrdiff_t groupRows = functions_.groupRows;
@@ -170,19 +201,21 @@ void FloatTrain::search(std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFlo
             if (group == tile.queryGroups) break;
             for (int q = 0; q < kScreenQueries; ++q) {
                 const std::ptrdiff_t query = std::ptrdiff_t{group} * kScreenQueries + q;
+                const bool far = isFar[static_cast<std::size_t>(query)];
                 const std::int32_t term = terms[static_cast<std::size_t>(query)];
                 std::int32_t& limit = limits[static_cast<std::size_t>(query)];
                 for (std::uint32_t mask = candidates.masks[q]; mask != 0; mask &= mask - 1) {
                     const int lane = __builtin_ctz(mask);
                     // The ones before may have lowered the limits.
                     const std::int32_t x = candidates.x[q][lane];
-                    const bool forTrain = trainLimits != nullptr && x > term - trainLimits[lane];
+                    const bool forTrain =
+                        trainLimits != nullptr && (far || x > term - trainLimits[lane]);
                     if (x <= limit && !forTrain) continue;
                     const std::ptrdiff_t row = firstRow + lane;
                     const float distance =
                         distance_(rowAt(query_, first + query), rowAt(train_, row), train_.cols);
                     nearest[query].offer(distance, static_cast<std::uint32_t>(row));
-                    limit = scale_.queryLimit(term, nearest[query].second);
+                    if (!far) limit = scale_.queryLimit(term, nearest[query].second);
                     if (forTrain) {
                         NearestQueryFloat& nearestQuery =
                             nearestQueries->nearest[static_cast<std::size_t>(row)];

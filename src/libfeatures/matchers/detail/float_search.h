@@ -21,26 +21,33 @@ namespace marlo::detail {
 /// by less than 1.01 (truncation, and the rounding of the product) and the row by less than
 /// r = 1.01 sqrt(columns), so a product of two rounded rows is off by less than
 /// e = r L + (L + r) r from that of the scaled rows. All sums stay below 2^31.
+///
+/// A few rows that are far longer than the others would leave no room for these. They are left out
+/// of the scale, rounded to zeros, and every pair with them counts as a candidate.
 class FloatScale {
 public:
-    /// The scale for the rows of both matrices, of the same width.
-    FloatScale(const DescMat& query, const DescMat& train);
+    /// For rows of `columns` elements with the squared lengths `squares`, some of which may not be
+    /// finite.
+    FloatScale(std::ptrdiff_t columns, std::vector<double> squares);
 
     [[nodiscard]] std::ptrdiff_t pairs() const { return pairs_; }
 
-    /// Writes one row, column pair by column pair with `stride` pairs in between, and returns half
-    /// its squared length, rounded down; kNever for a row that is not finite.
-    std::int32_t round(const float* row, std::int16_t* pairs, std::ptrdiff_t stride) const;
+    /// Writes one row, column pair by column pair with `stride` pairs in between, and returns its
+    /// term: half its squared length, rounded down; kNever for a row that is not finite, kAlways
+    /// for one that is too long.
+    std::int32_t round(const float* row, double square, std::int16_t* pairs,
+                       std::ptrdiff_t stride) const;
 
-    /// A product less half the squared length of the train row that is above this can belong to a
-    /// distance below `distance` from a query row of half the squared length `queryTerm`.
+    /// A product less the term of the train row that is above this can belong to a distance below
+    /// `distance` from a query row of this term.
     [[nodiscard]] std::int32_t queryLimit(std::int32_t queryTerm, float distance) const;
 
-    /// The same seen from a train row: above `queryTerm` - trainLimit(distance), the distance can
-    /// be `distance` or below.
+    /// The same seen from a train row: above the query row's term - trainLimit(distance), the
+    /// distance can be `distance` or below.
     [[nodiscard]] std::int32_t trainLimit(float distance) const;
 
     static constexpr std::int32_t kNever = 0x7fffffff;
+    static constexpr std::int32_t kAlways = -kNever;
 
 private:
     [[nodiscard]] double halfSquare(float distance) const;
@@ -48,6 +55,7 @@ private:
     std::ptrdiff_t columns_;
     std::ptrdiff_t pairs_;
     float scale_ = 0.0F;  ///< 0 where bounds would not hold: everything is a candidate
+    double mostSquare_ = 0.0;
     double error_ = 1.0;
     double relativeError_ = 0.0;  ///< of a computed squared distance
 };
@@ -64,6 +72,8 @@ class FloatTrain {
 public:
     /// Both matrices must have rows of floats of the same width, at any address.
     FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train);
+    FloatTrain(const FloatTrain&) = delete;
+    FloatTrain& operator=(const FloatTrain&) = delete;
 
     [[nodiscard]] NearestQueriesFloat noQueries() const;
 
@@ -80,6 +90,8 @@ private:
     DescMat trainCopy_;
     const DescMat& query_;
     const DescMat& train_;
+    std::vector<double> querySquares_;
+    std::vector<double> trainSquares_;
     FloatScale scale_;
     AlignedVector<std::int16_t> groups_;
     std::vector<std::int32_t> terms_;

@@ -10,8 +10,7 @@ namespace {
 // Three quarters of the smallest first-level cache around; the rest is for distances and tables.
 constexpr std::size_t kBlockBytes = 24 * 1024;
 
-template <typename Row>
-auto rowAt(const DescMat& matrix, Row row) {
+const unsigned char* rowAt(const DescMat& matrix, std::ptrdiff_t row) {
     return matrix.data + static_cast<std::size_t>(row) * matrix.step;
 }
 

@@ -25,8 +25,10 @@ template <typename Make, typename Search, typename Collect>
 void searchQueryBlocks(std::ptrdiff_t queryRows, std::ptrdiff_t blockRows, Make&& make,
                        Search&& search, Collect&& collect) {
     const std::ptrdiff_t blockCount = (queryRows + blockRows - 1) / blockRows;
+    const auto threadCount =
+        static_cast<int>(std::clamp<std::ptrdiff_t>(blockCount, 1, omp_get_max_threads()));
     FirstException failure;
-#pragma omp parallel
+#pragma omp parallel num_threads(threadCount)
     {
         decltype(make()) own;
         bool isMade = false;
@@ -41,7 +43,7 @@ void searchQueryBlocks(std::ptrdiff_t queryRows, std::ptrdiff_t blockRows, Make&
                 if (isMade) search(first, std::min(first + blockRows, queryRows), own);
             });
         }
-#pragma omp critical
+#pragma omp critical(marlo_collect)
         failure.capture([&] { collect(own); });
     }
     failure.rethrow();

@@ -197,18 +197,29 @@ TEST_F(DescMatcherDistFracMutualTest, EmptyMatricesGiveNoMatchesAndLeaveTheKerne
 }
 
 TEST_F(DescMatcherDistFracMutualTest, KernelNameIsThatOfDistFrac) {
-    const DescMatcherDistFrac distFrac;
+    // A new matcher every time: none has a name from the time before.
+    const auto expectSameName = [](const DescMat& query, const DescMat& train) {
+        const DescMatcherDistFrac distFrac;
+        const DescMatcherDistFracMutual mutual;
+        (void)distFrac.match(query, train);
+        (void)mutual.match(query, train);
+        EXPECT_EQ(mutual.kernelName(), distFrac.kernelName()) << query.cols << ' ' << train.cols;
+    };
     for (const int queryCols : {8, 12, 16, 24, 32, 128, 256}) {
-        for (const int trainCols : {queryCols, 16}) {
-            const DescMat query = rowsOfBits(queryCols, {0});
-            const DescMat train = rowsOfBits(trainCols, {0});
-            (void)distFrac.match(query, train);
-            (void)matcher.match(query, train);
-            EXPECT_EQ(matcher.kernelName(), distFrac.kernelName()) << queryCols << ' ' << trainCols;
+        for (const int trainCols : {queryCols, 16, 64}) {
+            expectSameName(rowsOfBits(queryCols, {0}), rowsOfBits(trainCols, {0}));
         }
     }
-    (void)matcher.match(rowsOfFloats(16, {0.0F}), rowsOfBits(16, {0}));
-    EXPECT_EQ(matcher.kernelName(), QLatin1String("CPU Float"));
+}
+
+TEST_F(DescMatcherDistFracMutualTest, KernelNameOfAFloatQueryDependsOnNothingElse) {
+    const DescMat trains[] = {rowsOfFloats(16, {0.0F}), rowsOfFloats(8, {0.0F}),
+                              rowsOfBits(16, {0}), rowsOfBits(64, {0})};
+    for (const DescMat& train : trains) {
+        const DescMatcherDistFracMutual mutual;
+        (void)mutual.match(rowsOfFloats(16, {0.0F}), train);
+        EXPECT_EQ(mutual.kernelName(), QLatin1String("CPU Float"));
+    }
 }
 
 TEST_F(DescMatcherDistFracMutualTest, RowsMayLieAnywhere) {

@@ -203,6 +203,8 @@ void FloatTrain::search(std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFlo
                 const std::ptrdiff_t query = std::ptrdiff_t{group} * kScreenQueries + q;
                 const bool far = isFar[static_cast<std::size_t>(query)];
                 const std::int32_t term = terms[static_cast<std::size_t>(query)];
+                // A train row that is too long passes every limit, that of the padding included.
+                if (term == FloatScale::kNever) continue;
                 std::int32_t& limit = limits[static_cast<std::size_t>(query)];
                 for (std::uint32_t mask = candidates.masks[q]; mask != 0; mask &= mask - 1) {
                     const int lane = __builtin_ctz(mask);

@@ -44,7 +44,9 @@ void searchQueryBlocks(std::ptrdiff_t queryRows, std::ptrdiff_t blockRows, Make&
             });
         }
 #pragma omp critical(marlo_collect)
-        failure.capture([&] { collect(own); });
+        failure.capture([&] {
+            if (isMade) collect(own);
+        });
     }
     failure.rethrow();
 }

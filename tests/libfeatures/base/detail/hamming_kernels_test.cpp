@@ -153,6 +153,37 @@ TYPED_TEST(HammingKernelTest, OffersEveryDistanceInOrder) {
     }
 }
 
+TYPED_TEST(HammingKernelTest, FindsTheNearestOfMoreRowsThanKeysCanNumber) {
+    constexpr int N = TestFixture::kWords;
+    using Distance = HammingDistance<N>;
+    for (const NamedFunctions<N>& kernel : TestFixture::kernels()) {
+        SCOPED_TRACE(kernel.name);
+        const int count = 70'000 / kernel.functions.groupRows * kernel.functions.groupRows;
+        const auto size = static_cast<std::size_t>(count);
+        std::vector<Distance> distances(size);
+        for (Distance& distance : distances)
+            distance = static_cast<Distance>(50 + this->random_() % 14);
+        const auto expectNearest = [&](std::uint64_t best, std::uint64_t second,
+                                       std::size_t index) {
+            TwoNearestBits nearest;
+            kernel.functions.offer(distances.data(), count, 1000, nearest);
+            EXPECT_EQ(nearest.best, best);
+            EXPECT_EQ(nearest.second, second);
+            EXPECT_EQ(nearest.index, 1000 + index);
+        };
+        distances[size - 5] = 11;
+        distances[size - 1] = 9;
+        expectNearest(9, 11, size - 1);
+        distances[size - 40] = 9;
+        expectNearest(9, 9, size - 40);
+        distances[1234] = 8;
+        distances[size - 3] = 8;
+        expectNearest(8, 8, 1234);
+        distances[size - 2] = 7;
+        expectNearest(7, 8, size - 2);
+    }
+}
+
 TYPED_TEST(HammingKernelTest, KeepsTheSmallestDistanceAndItsFirstQuery) {
     constexpr int N = TestFixture::kWords;
     using Distance = HammingDistance<N>;

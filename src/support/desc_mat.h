@@ -79,12 +79,12 @@ public:
     /// The element type: an ElementType, as the plain code.
     [[nodiscard]] int type() const noexcept { return type_; }
 
-    // Read these freely; change them only through the operations above.
+    // Read these freely. Change them only through the operations above, except to put a matrix that
+    // owns nothing, DescMat(0, cols, type), around rows of your own: then set all four.
     int rows = 0;                   ///< number of descriptors
     int cols = 0;                   ///< number of elements in a row
     unsigned char* data = nullptr;  ///< first byte; row i starts at data + i * step
-    /// Bytes from one row to the next: cols * elemSizeBytes(). Matrices that a host has put
-    /// together by hand around rows of its own may have more.
+    /// Bytes from one row to the next: cols * elemSizeBytes(), or more around rows of your own.
     std::size_t step = 0;
 
 private:

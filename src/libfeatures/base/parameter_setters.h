@@ -23,7 +23,8 @@ FEATURES_EXPORT void setFeaDetSiftLdahParams(IKeypointDetector* detector, float 
 /// @throws std::runtime_error "This operation is only implemented for LDAH feature descriptors"
 FEATURES_EXPORT void setDescSiftLdahParams(IDescriptorExtractor* extractor, float imageScale);
 
-/// Sets the limits for binary rows; see DescMatcherDistFracBase.
+/// Sets the limits for binary rows; see DescMatcherDistFracBase. The types of the arguments tell
+/// the two functions apart, so pass 50U here and 0.7F below: an int or a double fits neither.
 /// @throws std::runtime_error "Operation only implemented for the DistFract Descriptor Matcher"
 FEATURES_EXPORT void setDescriptorMatcherDistFracParams(IDescriptorMatcher* matcher,
                                                         unsigned int maxHammingDistance,

@@ -19,7 +19,7 @@ namespace marlo {
 /// `distanceFraction` and the nearest is no further than `maxHammingDistance` (binary rows) or
 /// `maxDistance` (float rows). Of train rows at the same distance the first is the nearest and the
 /// next the second-nearest; two at distance 0 make a row ambiguous. With a single train row there
-/// is no second, and the ratio counts as 0.
+/// is no second, the ratio counts as 0 and the score is 1, however far the two are apart.
 /// D. Lowe, Distinctive Image Features from Scale-Invariant Keypoints, IJCV 60(2), 2004, sec. 7.1.
 ///
 /// Binary rows (type DescMat::Byte) of 8, 16, 32, 64 or 128 columns are compared by Hamming
@@ -57,9 +57,11 @@ public:
     [[nodiscard]] std::vector<DMatch> match(const DescMat& query,
                                             const DescMat& train) const override;
 
-    /// What the last match() with rows in both matrices used: "CPU Float" for float rows, for
-    /// binary rows "CPU SSE" (128 bits), "CPU SSE generic" or "CPU ARM" by the processor's bit
-    /// count; on a processor without one they leave the name as it was. Empty before the first.
+    /// The kernel for the matrices of the last match(), if neither was empty, whether or not they
+    /// could be compared: "CPU Float" for float rows, for binary rows "CPU SSE" (128 bits), "CPU
+    /// SSE generic" or "CPU ARM" by the processor's bit count; on a processor without one they
+    /// leave the name as it was. Empty before the first; a clone starts with the name of its
+    /// original.
     [[nodiscard]] QString kernelName() const override;
 };
 

@@ -17,11 +17,12 @@ namespace marlo {
 /// query row is also the nearest of their train row. So no row appears in two matches. Both
 /// directions come from one comparison of all rows with all rows.
 ///
-/// Of query rows at the same distance from a train row the first is its nearest. Accepts what
-/// DescMatcherDistFrac accepts, and has the same parameters. Runs on OpenMP threads, as many as the
-/// caller's setting allows, which it leaves alone; the results are the same for any number of them
-/// and on any processor. Memory as for DescMatcherDistFrac, and 8 bytes (floats: 12) a train row
-/// and thread.
+/// The ratio test and the score are those of the query row, so swapping the matrices gives other
+/// matches. Of query rows at the same distance from a train row the first is its nearest. Accepts
+/// what DescMatcherDistFrac accepts, and has the same parameters. Runs on OpenMP threads, as many
+/// as the caller's setting allows, which it leaves alone; the results are the same for any number
+/// of them and on any processor. Memory as for DescMatcherDistFrac, and 8 bytes (floats: 12) a
+/// train row and thread.
 ///
 /// Use an object from one thread at a time: match() records the kernel that it used.
 class FEATURES_EXPORT DescMatcherDistFracMutual : public IDescriptorMatcher,

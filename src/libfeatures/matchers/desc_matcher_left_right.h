@@ -35,7 +35,7 @@ public:
     [[nodiscard]] std::vector<DMatch> match(const DescMat& query,
                                             const DescMat& train) const override;
 
-    /// "CPU SSE", "CPU ARM" or empty, by the processor's bit count.
+    /// "CPU SSE", "CPU ARM" or empty, by the processor's bit count, before and after any match().
     [[nodiscard]] QString kernelName() const override;
 };
 

@@ -14,7 +14,7 @@ namespace marlo {
 /// matrices that the subsets were taken from. Distances stay.
 ///
 /// Every `queryIndex` must be below `idx1.size()` and every `trainIndex` below `idx2.size()`;
-/// checked in debug builds only.
+/// checked in debug builds of this library only.
 FEATURES_EXPORT void updateWrappedIndices(std::vector<DMatch>& matches,
                                           const std::vector<unsigned int>& idx1,
                                           const std::vector<unsigned int>& idx2);
@@ -23,7 +23,7 @@ FEATURES_EXPORT void updateWrappedIndices(std::vector<DMatch>& matches,
 /// the zero vector (of either sign). `points1[i]` belongs to query row i, `points2[i]` to train row
 /// i. The others keep their order.
 ///
-/// Every index of a match must have its point; checked in debug builds only.
+/// Every index of a match must have its point; checked in debug builds of this library only.
 FEATURES_EXPORT void removeInfiniteMatches(std::vector<DMatch>& matches,
                                            const std::vector<Eigen::Vector3d>& points1,
                                            const std::vector<Eigen::Vector3d>& points2);

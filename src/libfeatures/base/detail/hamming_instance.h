@@ -5,41 +5,42 @@
 
 namespace marlo::detail {
 
-/// Calls `call.operator()<P, N>()` for rows of `cols` bytes. Returns false, without a call, for a
-/// width that is not 1, 2, 4, 8 or 16 64-bit words and for a way of counting bits that there is
-/// not.
+/// Calls `call.operator()<P, N>()` for rows of `cols` bytes. Does nothing for a width that is not
+/// 1, 2, 4, 8 or 16 64-bit words and for a way of counting bits that there is not.
 template <typename Call>
-bool withHammingInstance(system::popcnt_t popcnt, int cols, Call&& call) {
+void withHammingInstance(system::popcnt_t popcnt, int cols, Call&& call) {
     const auto withWidth = [&]<system::popcnt_t P>() {
         switch (cols) {
             case 8:
                 call.template operator()<P, 1>();
-                return true;
+                break;
             case 16:
                 call.template operator()<P, 2>();
-                return true;
+                break;
             case 32:
                 call.template operator()<P, 4>();
-                return true;
+                break;
             case 64:
                 call.template operator()<P, 8>();
-                return true;
+                break;
             case 128:
                 call.template operator()<P, 16>();
-                return true;
+                break;
             default:
-                return false;
+                break;
         }
     };
     switch (popcnt) {
         case system::PopcntNone:
-            return withWidth.template operator()<system::PopcntNone>();
+            withWidth.template operator()<system::PopcntNone>();
+            break;
         case system::PopcntX86:
-            return withWidth.template operator()<system::PopcntX86>();
+            withWidth.template operator()<system::PopcntX86>();
+            break;
         case system::PopcntArm:
-            return withWidth.template operator()<system::PopcntArm>();
+            withWidth.template operator()<system::PopcntArm>();
+            break;
     }
-    return false;
 }
 
 }  // namespace marlo::detail

@@ -8,10 +8,10 @@
 
 namespace marlo::detail {
 
-constexpr int kCells = 4;  // of a descriptor, along each side
-constexpr float kTwoPi = 6.2831855F;
+constexpr int kCells = 4;       // of a descriptor, along each side
 constexpr int kDirections = 8;  // of a cell
 constexpr int kDescriptorSize = kCells * kCells * kDirections;
+constexpr float kTwoPi = 6.2831855F;
 
 /// The pixels that a descriptor is made from, and where each of them falls. A pixel at (i, j) rows
 /// and columns from the centre lies `sinScaled * j + cosScaled * i + rowShift` cells below the

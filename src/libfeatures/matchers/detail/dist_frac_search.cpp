@@ -19,13 +19,33 @@ namespace {
 constexpr int kLdahColumns = 16;
 constexpr std::ptrdiff_t kHammingBlockRows = 728;
 
-template <typename Distance>
-void appendMatches(const std::vector<TwoNearest<Distance>>& nearest, std::ptrdiff_t firstRow,
-                   Distance limit, float distanceFraction, std::vector<DMatch>& matches) {
-    auto row = static_cast<std::uint32_t>(firstRow);
-    for (const TwoNearest<Distance>& of : nearest) {
-        appendIfDistinct(of, row++, limit, distanceFraction, matches);
+/// Calls search(first, last, nearest) for blocks of the query rows (last is excluded), in parallel,
+/// and returns the matches that the ratio test accepts, best first.
+template <typename Distance, typename Search>
+std::vector<DMatch> matchInBlocks(std::ptrdiff_t queryRows, std::ptrdiff_t blockRows,
+                                  Distance limit, float distanceFraction, Search&& search) {
+    const std::ptrdiff_t blockCount = (queryRows + blockRows - 1) / blockRows;
+    std::vector<DMatch> matches;
+    FirstException failure;
+#pragma omp parallel for schedule(dynamic, 1)
+    for (std::ptrdiff_t block = 0; block < blockCount; ++block) {
+        failure.capture([&] {
+            const std::ptrdiff_t first = block * blockRows;
+            const std::ptrdiff_t last = std::min(first + blockRows, queryRows);
+            std::vector<TwoNearest<Distance>> nearest(static_cast<std::size_t>(last - first));
+            search(first, last, nearest.data());
+#pragma omp critical
+            failure.capture([&] {
+                auto row = static_cast<std::uint32_t>(first);
+                for (const TwoNearest<Distance>& of : nearest) {
+                    appendIfDistinct(of, row++, limit, distanceFraction, matches);
+                }
+            });
+        });
     }
+    failure.rethrow();
+    sortBestFirst(matches);
+    return matches;
 }
 
 }  // namespace
@@ -54,35 +74,18 @@ template <system::popcnt_t P, int N>
 std::vector<DMatch> distFracHamming(const DescMat& query, const DescMat& train,
                                     const DescMatcherDistFracBase& parameters) {
     const HammingTrain<N> trainRows(*fastest(hammingKernels<P, N>()), train);
-    // The last, partial block has this number. Of fewer rows than a block, block 1 is empty.
-    const std::ptrdiff_t lastBlock = std::max<std::ptrdiff_t>(1, query.rows / kHammingBlockRows);
-    const StatedThreadCount threads(lastBlock);
-    std::vector<DMatch> matches;
-    FirstException failure;
-#pragma omp parallel for schedule(dynamic, 1)
-    for (std::ptrdiff_t block = 0; block <= lastBlock; ++block) {
-        failure.capture([&] {
-            const std::ptrdiff_t first = block * kHammingBlockRows;
-            const std::ptrdiff_t last =
-                std::min<std::ptrdiff_t>(first + kHammingBlockRows, query.rows);
-            if (first >= last) return;
-            std::vector<TwoNearestBits> nearest(static_cast<std::size_t>(last - first));
-            trainRows.search(query, first, last, nearest.data(), nullptr);
-#pragma omp critical
-            failure.capture([&] {
-                appendMatches<std::uint64_t>(nearest, first, parameters.maxHammingDistance,
-                                             parameters.distanceFraction, matches);
-            });
+    // Whole blocks; the partial one behind them does not count.
+    const StatedThreadCount threads(std::max<std::ptrdiff_t>(1, query.rows / kHammingBlockRows));
+    return matchInBlocks<std::uint64_t>(
+        query.rows, kHammingBlockRows, parameters.maxHammingDistance, parameters.distanceFraction,
+        [&](std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestBits* nearest) {
+            trainRows.search(query, first, last, nearest, nullptr);
         });
-    }
-    failure.rethrow();
-    sortBestFirst(matches);
-    return matches;
 }
 
 std::vector<DMatch> distFracHamming128(const DescMat& query, const DescMat& train,
                                        const DescMatcherDistFracBase& parameters) {
-    if (query.type() != DescMat::Byte || query.cols != kLdahColumns || train.cols != kLdahColumns) {
+    if (!isLdah(query, train)) {
         throw std::runtime_error("The current descriptor-matcher only accept LDAH descriptors");
     }
     return distFracHamming<system::PopcntX86, 2>(query, train, parameters);
@@ -91,27 +94,12 @@ std::vector<DMatch> distFracHamming128(const DescMat& query, const DescMat& trai
 std::vector<DMatch> distFracFloats(const DescMat& query, const DescMat& train,
                                    const DescMatcherDistFracBase& parameters) {
     const FloatTrain trainRows(*fastest(screenKernels()), query, train);
-    const std::ptrdiff_t blockRows = queryBlockRows(query.rows, 8, 64);
-    const std::ptrdiff_t blockCount = (query.rows + blockRows - 1) / blockRows;
-    std::vector<DMatch> matches;
-    FirstException failure;
-#pragma omp parallel for schedule(dynamic, 1)
-    for (std::ptrdiff_t block = 0; block < blockCount; ++block) {
-        failure.capture([&] {
-            const std::ptrdiff_t first = block * blockRows;
-            const std::ptrdiff_t last = std::min<std::ptrdiff_t>(first + blockRows, query.rows);
-            std::vector<TwoNearestFloat> nearest(static_cast<std::size_t>(last - first));
-            trainRows.search(first, last, nearest.data(), nullptr);
-#pragma omp critical
-            failure.capture([&] {
-                appendMatches<float>(nearest, first, parameters.maxDistance,
-                                     parameters.distanceFraction, matches);
-            });
+    return matchInBlocks<float>(
+        query.rows, queryBlockRows(query.rows, 8, 64), parameters.maxDistance,
+        parameters.distanceFraction,
+        [&](std::ptrdiff_t first, std::ptrdiff_t last, TwoNearestFloat* nearest) {
+            trainRows.search(first, last, nearest, nullptr);
         });
-    }
-    failure.rethrow();
-    sortBestFirst(matches);
-    return matches;
 }
 
 #define MARLO_INSTANCES(N)                                               \

@@ -97,9 +97,8 @@ std::int32_t FloatScale::round(const float* row, double square, std::int16_t* pa
                                std::ptrdiff_t stride) const {
     const bool isFinite = std::isfinite(square);
     const bool isOrdinary = isFinite && square <= mostSquare_;
-    const float scale = isOrdinary ? scale_ : 0.0F;
     const auto rounded = [&](std::ptrdiff_t c) {
-        return isOrdinary ? static_cast<std::int16_t>(row[c] * scale) : std::int16_t{0};
+        return isOrdinary ? static_cast<std::int16_t>(row[c] * scale_) : std::int16_t{0};
     };
     for (std::ptrdiff_t pair = 0; pair < columns_ / 2; ++pair, pairs += 2 * stride) {
         pairs[0] = rounded(2 * pair);

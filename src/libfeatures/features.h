@@ -14,6 +14,7 @@
 #include "libfeatures/base/registration.h"
 #include "libfeatures/base/sift_ldah_base_params.h"
 #include "libfeatures/descriptors/i_descriptor_extractor.h"
+#include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/descriptors/sift_descriptor.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"

@@ -8,20 +8,20 @@
 /// a key which a host has given to a plug-in of its own goes back to the library's.
 namespace marlo {
 
-/// | key  | class              | makes                     |
-/// |------|--------------------|---------------------------|
-/// | LDAH | Features2dSiftLdah | LDAH descriptors; not yet |
-/// | SIFT | Features2dSiftLdah | SIFT descriptors          |
+/// | key  | class              | makes            |
+/// |------|--------------------|------------------|
+/// | LDAH | Features2dSiftLdah | LDAH descriptors |
+/// | SIFT | Features2dSiftLdah | SIFT descriptors |
 ///
 /// The two find the same keypoints.
 FEATURES_EXPORT void registerMainFeatureDetectors();
 
-/// | key      | class              | makes                     | from gradients of     |
-/// |----------|--------------------|---------------------------|-----------------------|
-/// | LDAH     | Features2dSiftLdah | LDAH descriptors; not yet | the detector's levels |
-/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors; not yet | the GPU               |
-/// | SIFT     | Features2dSiftLdah | SIFT descriptors          | the detector's levels |
-/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors          | the GPU               |
+/// | key      | class              | makes            | from gradients of     |
+/// |----------|--------------------|------------------|-----------------------|
+/// | LDAH     | Features2dSiftLdah | LDAH descriptors | the detector's levels |
+/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors | the GPU               |
+/// | SIFT     | Features2dSiftLdah | SIFT descriptors | the detector's levels |
+/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors | the GPU               |
 FEATURES_EXPORT void registerMainDescriptorExtractors();
 
 /// | key            | class                     |

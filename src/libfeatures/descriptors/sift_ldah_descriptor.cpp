@@ -74,11 +74,9 @@ void SiftLdahDescriptor::createGradientPyramid(const FloatImage& image) {
 void SiftLdahDescriptor::computeDescriptors(const FloatImage& image,
                                             const std::vector<Keypoint>& keypoints,
                                             DescMat& descriptors) {
-    const bool isTooSmall = image.rows() < 13 || image.cols() < 13;
-    if (!isTooSmall) detail::requireDescribable(useSift);
     createGradientPyramid(image);
     currentOctave_ = 0;
-    if (isTooSmall) return;
+    if (image.rows() < 13 || image.cols() < 13) return;
     for (; currentOctave_ < kOctaves; ++currentOctave_) {
         for (int layer = 1; layer < kLevels; ++layer) {
             const gradient_t& level =

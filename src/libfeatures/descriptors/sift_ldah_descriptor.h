@@ -38,12 +38,11 @@ public:
     /// Replaces `descriptors` by one row for each of `keypoints`, which stay as they are; see
     /// insertDescriptorsCurrentScaleAndOctave() for the rows. A keypoint whose octave is not 0 to 2
     /// or whose layer is not 1 to 3 gets a row of zeros, as does every keypoint of an image of 12
-    /// rows or columns or fewer. `imageScale` is not checked: with 0 every row is NaN.
+    /// rows or columns or fewer. `imageScale` is not checked: with 0 every SIFT row is NaN and
+    /// every LDAH row zero.
     /// @throws cuda::CudaNoResourcesException if the GPU is short of resources,
     ///         cuda::CudaException if it fails otherwise; `descriptors` has its rows then, all
-    ///         zero. std::runtime_error "LDAH descriptors cannot be made by this version." if the
-    ///         object was created for LDAH. std::length_error if there are more keypoints than a
-    ///         matrix can have rows.
+    ///         zero. std::length_error if there are more keypoints than a matrix can have rows.
     void compute(const FloatImage& image, std::vector<Keypoint>& keypoints,
                  DescMat& descriptors) override;
 

@@ -202,7 +202,6 @@ void Features2dSiftLdah::compute(const FloatImage& image, std::vector<Keypoint>&
     }
     if (!pyramidBuilt_) createGaussPyramid(image, nullptr);
     if (image.rows() <= 12 || image.cols() <= 12) return;
-    detail::requireDescribable(useSift);
     std::vector<detail::LevelGradients> gradients;
     for (std::size_t octave = 0; octave < gradientPyramid_.size(); ++octave) {
         for (std::size_t level = detail::kFirstSearched; level <= detail::kLastSearched; ++level) {
@@ -213,7 +212,8 @@ void Features2dSiftLdah::compute(const FloatImage& image, std::vector<Keypoint>&
             gradients.push_back(entry);
         }
     }
-    detail::describeKeypoints(gradients, keypoints, imageScale, descriptors);
+    detail::describeKeypoints(gradients, keypoints, imageScale,
+                              useSift ? DescriptorType::SIFT : DescriptorType::LDAH, descriptors);
 }
 
 }  // namespace marlo

@@ -90,12 +90,11 @@ public:
     /// A keypoint whose octave is not 0 to 2 or whose layer is not 1 to 3 gets a row of zeros, as
     /// does every keypoint of an image of 12 rows or columns or fewer. A keypoint that no pixel
     /// with a gradient surrounds (off the image, of no finite position or size, on a flat area)
-    /// gets a row of NaN. Windows are cut to the image, so a wild scale costs at most one look at
-    /// every pixel.
+    /// gets a SIFT row of NaN, an LDAH row of zeros. Windows are cut to the image, so a wild scale
+    /// costs at most one look at every pixel.
     /// @throws std::runtime_error "Invalid image scale, should be > 0.0" if `imageScale` is 0 (a
-    ///         negative one passes); `descriptors` has its rows then, all zero. std::runtime_error
-    ///         "LDAH descriptors cannot be made by this version." if the object was created for
-    ///         LDAH. std::length_error if there are more keypoints than a matrix can have rows.
+    ///         negative one passes); `descriptors` has its rows then, all zero. std::length_error
+    ///         if there are more keypoints than a matrix can have rows.
     void compute(const FloatImage& image, std::vector<Keypoint>& keypoints,
                  DescMat& descriptors) override;
 

@@ -10,11 +10,14 @@
 #include <cstring>
 #include <limits>
 #include <numbers>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "libfeatures/descriptors/detail/ldah_tables.h"
+#include "references/ldah_reference.h"
 #include "references/sift_reference.h"
 #include "utilities/number_of_threads.h"
 #include "utilities/synthetic_images.h"
@@ -490,11 +493,144 @@ TEST_F(SiftDescriptorTest, RefusesAMatrixOfAnotherForm) {
               kMessage);
 }
 
-TEST_F(SiftDescriptorTest, LdahRowsCannotBeMadeYet) {
+// LDAH rows.
+
+class LdahDescriptorTest : public SiftDescriptorTest {
+protected:
+    using Code = reference::LdahCode;
+
+    // More than threads take at a time, all over the image.
+    static std::vector<Keypoint> manyKeypoints() {
+        test::Random random(10);
+        std::vector<Keypoint> keypoints;
+        for (int i = 0; i < 101; ++i) {
+            keypoints.emplace_back(random.uniform(0.0F, 70.0F), random.uniform(0.0F, 60.0F),
+                                   random.uniform(1.0F, 4.0F), random.uniform(-kPi, kPi), 1.0F, 0,
+                                   1);
+        }
+        return keypoints;
+    }
+    [[nodiscard]] DescMat ldahRowsOf(const std::vector<Keypoint>& keypoints) const {
+        DescMat descriptors;
+        allocateDescriptors(descriptors, static_cast<int>(keypoints.size()), false);
+        insert(descriptors, keypoints);
+        return descriptors;
+    }
+    void insert(DescMat& descriptors, const std::vector<Keypoint>& keypoints) const {
+        insertDescriptorsCurrentScaleAndOctave(descriptors, keypoints, 1.0F, 1, magnitude,
+                                               orientation, 1.0F, 0, false);
+    }
+    static Code code(const DescMat& descriptors, std::size_t i) {
+        Code bytes;
+        std::memcpy(bytes.data(), descriptors.data + i * descriptors.step, bytes.size());
+        return bytes;
+    }
+    static Code codeOf(const Row& siftRow) {
+        return reference::ldahCode(detail::kLdahTables.projection, detail::kLdahTables.offsets,
+                                   siftRow.data());
+    }
+};
+
+TEST_F(LdahDescriptorTest, RowsAreTheCodesOfTheSiftRows) {
+    const std::vector<Keypoint> keypoints = manyKeypoints();
+    for (const std::size_t count : {1U, 2U, 15U, 16U, 17U, 32U, 101U}) {
+        const std::vector<Keypoint> some(keypoints.begin(),
+                                         keypoints.begin() + static_cast<std::ptrdiff_t>(count));
+        const DescMat sift = rowsOf(some);
+        const DescMat ldah = ldahRowsOf(some);
+        for (std::size_t i = 0; i < count; ++i) {
+            ASSERT_EQ(code(ldah, i), codeOf(row(sift, i))) << i << " of " << count;
+        }
+    }
+}
+
+TEST_F(LdahDescriptorTest, DifferentSurroundingsHaveDifferentCodes) {
+    const DescMat ldah = ldahRowsOf(manyKeypoints());
+    EXPECT_NE(code(ldah, 0), code(ldah, 1));
+}
+
+TEST_F(LdahDescriptorTest, AKeypointWithoutGradientsGetsZeros) {
+    std::vector<Keypoint> keypoints = manyKeypoints();
+    keypoints[40].x = kNaN;
+    keypoints[41].x = 1000.0F;
     DescMat descriptors;
-    allocateDescriptors(descriptors, 1, false);
-    EXPECT_EQ(refusal<std::runtime_error>(descriptors, {middle()}, magnitude, orientation, false),
-              "LDAH descriptors cannot be made by this version.");
+    allocateDescriptors(descriptors, static_cast<int>(keypoints.size()), false);
+    std::memset(descriptors.data, 0x3b, keypoints.size() * descriptors.step);
+    insert(descriptors, keypoints);
+    EXPECT_EQ(code(descriptors, 40), Code{});
+    EXPECT_EQ(code(descriptors, 41), Code{});
+    EXPECT_EQ(code(descriptors, 42), codeOf(rowOf(keypoints[42])));
+}
+
+TEST_F(LdahDescriptorTest, RowsOfOtherOctavesAndLayersStayAsTheyAre) {
+    std::vector<Keypoint> keypoints;
+    for (const int octave : {0, 1, 3, 255}) {
+        for (const int layer : {0, 1, 2, 4, 255}) {
+            Keypoint keypoint = middle();
+            keypoint.octave = static_cast<unsigned char>(octave);
+            keypoint.layer = static_cast<unsigned char>(layer);
+            keypoints.push_back(keypoint);
+        }
+    }
+    DescMat descriptors;
+    allocateDescriptors(descriptors, static_cast<int>(keypoints.size()), false);
+    std::memset(descriptors.data, 0x3b, keypoints.size() * descriptors.step);
+    const Code before = code(descriptors, 0);
+    insert(descriptors, keypoints);
+    const Code expected = codeOf(rowOf(middle()));
+    for (std::size_t i = 0; i < keypoints.size(); ++i) {
+        const bool meant = keypoints[i].octave == 0 && keypoints[i].layer == 1;
+        EXPECT_EQ(code(descriptors, i), meant ? expected : before) << keypoints[i];
+    }
+}
+
+TEST_F(LdahDescriptorTest, NeitherThreadsNorTheOrderOfKeypointsChangeACode) {
+    std::vector<Keypoint> keypoints = manyKeypoints();
+    const DescMat expected = ldahRowsOf(keypoints);
+    std::vector<std::size_t> order(keypoints.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    test::Random random(11);
+    for (const int threads : {1, 2, 5}) {
+        const test::NumberOfThreads number(threads);
+        for (std::size_t i = order.size(); i-- > 1;) {
+            const std::size_t other = random.below(static_cast<std::uint32_t>(i) + 1);
+            std::swap(order[i], order[other]);
+            std::swap(keypoints[i], keypoints[other]);
+        }
+        const DescMat shuffled = ldahRowsOf(keypoints);
+        for (std::size_t i = 0; i < order.size(); ++i) {
+            ASSERT_EQ(code(shuffled, i), code(expected, order[i])) << threads << " threads, " << i;
+        }
+    }
+}
+
+TEST_F(LdahDescriptorTest, NoKeypointsNeedNoRows) {
+    DescMat descriptors;
+    EXPECT_NO_THROW(insert(descriptors, {}));
+    EXPECT_TRUE(descriptors.empty());
+}
+
+TEST_F(LdahDescriptorTest, RefusesAMatrixOfAnotherForm) {
+    constexpr auto kMessage = "The descriptor matrix does not have one row per keypoint.";
+    const auto refuse = [&](DescMat& descriptors) {
+        return refusal<std::invalid_argument>(descriptors, {middle()}, magnitude, orientation,
+                                              false);
+    };
+    DescMat descriptors;
+    EXPECT_EQ(refuse(descriptors), kMessage);
+    for (const int rows : {0, 2}) {
+        allocateDescriptors(descriptors, rows, false);
+        EXPECT_EQ(refuse(descriptors), kMessage);
+    }
+    allocateDescriptors(descriptors, 1, true);
+    EXPECT_EQ(refuse(descriptors), kMessage);
+    for (const auto& [cols, type] :
+         {std::pair(15, DescMat::Byte), std::pair(17, DescMat::Byte), std::pair(64, DescMat::Byte),
+          std::pair(16, DescMat::Float), std::pair(4, DescMat::Float)}) {
+        descriptors.create(1, cols, type);
+        std::memset(descriptors.data, 0, descriptors.step);
+        EXPECT_EQ(refuse(descriptors), kMessage) << cols;
+    }
 }
 
 }  // namespace

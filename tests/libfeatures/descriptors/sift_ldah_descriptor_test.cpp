@@ -19,6 +19,7 @@
 #include "libfeatures/base/cuda_exceptions.h"
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/registration.h"
+#include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/descriptors/sift_descriptor.h"
 #include "stand_in/marlocuda_stand_in.h"
 #include "utilities/synthetic_images.h"
@@ -43,6 +44,15 @@ Object siftOfScale(float imageScale) {
     Object object = asObject(SiftLdahDescriptor::createDescriptorSIFT());
     object->setParams(imageScale);
     return object;
+}
+Object ldahOfScale(float imageScale) {
+    Object object = asObject(SiftLdahDescriptor::createDescriptorLDAH());
+    object->setParams(imageScale);
+    return object;
+}
+
+bool isDescribed(const Keypoint& keypoint) {
+    return keypoint.octave < 3 && keypoint.layer > 0 && keypoint.layer < 4;
 }
 
 // A pyramid of random gradients, as no image has them: every level is told apart from the others.
@@ -133,6 +143,11 @@ protected:
         return values;
     }
 
+    static std::vector<int> code(const DescMat& rows, std::size_t i) {
+        const unsigned char* const bytes = rows.data + i * rows.step;
+        return {bytes, bytes + 16};
+    }
+
     template <typename Exception>
     std::string refusal(SiftLdahDescriptor& object) {
         try {
@@ -197,13 +212,11 @@ TEST_F(SiftLdahDescriptorTest, RowsAreMadeFromTheGradientsOfTheGpu) {
 TEST_F(SiftLdahDescriptorTest, OtherOctavesAndLayersGetZeros) {
     siftOfScale(1.0F)->compute(image, keypoints, descriptors);
     for (std::size_t i = 0; i < keypoints.size(); ++i) {
-        const bool described =
-            keypoints[i].octave < 3 && keypoints[i].layer > 0 && keypoints[i].layer < 4;
         float sum = 0.0F;
         for (const float value : row(i)) {
             sum += value * value;
         }
-        EXPECT_NEAR(sum, described ? 1.0F : 0.0F, 1e-5F) << keypoints[i];
+        EXPECT_NEAR(sum, isDescribed(keypoints[i]) ? 1.0F : 0.0F, 1e-5F) << keypoints[i];
     }
 }
 
@@ -289,9 +302,7 @@ TEST_F(SiftLdahDescriptorTest, AnImageScaleOfZeroGivesNaN) {
     Object object = asObject(SiftLdahDescriptor::createDescriptorSIFT());
     object->compute(image, keypoints, descriptors);
     for (std::size_t i = 0; i < keypoints.size(); ++i) {
-        const bool described =
-            keypoints[i].octave < 3 && keypoints[i].layer > 0 && keypoints[i].layer < 4;
-        if (described) {
+        if (isDescribed(keypoints[i])) {
             EXPECT_THAT(row(i), Each(IsNan()));
         } else {
             EXPECT_THAT(row(i), Each(0.0F));
@@ -341,11 +352,38 @@ TEST_F(SiftLdahDescriptorTest, ACloneIsADeepCopy) {
         asObject(asObject(SiftLdahDescriptor::createDescriptorLDAH())->cloneExtractor())->useSift);
 }
 
-TEST_F(SiftLdahDescriptorTest, LdahRowsCannotBeMadeYet) {
-    const Object object = asObject(SiftLdahDescriptor::createDescriptorLDAH());
-    object->setParams(1.0F);
-    EXPECT_EQ(refusal<std::runtime_error>(*object),
-              "LDAH descriptors cannot be made by this version.");
+TEST_F(SiftLdahDescriptorTest, LdahRowsAreTheCodesOfTheSiftRows) {
+    for (const float imageScale : {1.0F, 0.5F}) {
+        ldahOfScale(imageScale)->compute(image, keypoints, descriptors);
+        DescMat expected;
+        ldahRowsFromSift(pyramid.rowsOf(keypoints, imageScale), expected);
+        ASSERT_EQ(descriptors.rows, expected.rows);
+        ASSERT_EQ(descriptors.cols, 16);
+        ASSERT_EQ(descriptors.type(), DescMat::Byte);
+        const std::vector<int> zeros(16, 0);
+        for (std::size_t i = 0; i < keypoints.size(); ++i) {
+            // Of zeros a code could be made, too; but there is nothing to make one of.
+            EXPECT_EQ(code(descriptors, i), isDescribed(keypoints[i]) ? code(expected, i) : zeros)
+                << keypoints[i];
+        }
+    }
+}
+
+TEST_F(SiftLdahDescriptorTest, SmallImagesGetLdahRowsOfZeros) {
+    useImageOf(12, 40);
+    ldahOfScale(1.0F)->compute(image, keypoints, descriptors);
+    EXPECT_EQ(gpu.calls<GradientPyramidCall>().size(), 1U);
+    expectRowsOfZeros(16, 1);
+}
+
+TEST_F(SiftLdahDescriptorTest, AFailureLeavesLdahRowsOfZeros) {
+    gpu.gradientPyramid.status = 1;
+    EXPECT_EQ(refusal<cuda::CudaException>(*ldahOfScale(1.0F)), "Cuda processing error.");
+    expectRowsOfZeros(16, 1);
+}
+
+TEST_F(SiftLdahDescriptorTest, AnImageScaleOfZeroGivesLdahRowsOfZeros) {
+    ldahOfScale(0.0F)->compute(image, keypoints, descriptors);
     expectRowsOfZeros(16, 1);
 }
 

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "libfeatures/descriptors/ldah_codes.h"
 #include "references/sift_reference.h"
 #include "support/gauss_filter.h"
 #include "support/gradient.h"
@@ -804,24 +805,105 @@ TEST_F(Features2dSiftLdahBadKeypointTest, GoodOnesBesideThemAreNotHarmed) {
 
 // LDAH rows.
 
-TEST(Features2dSiftLdahTest, BothTypesDetectTheSameKeypoints) {
+class Features2dLdahTest : public testing::Test {
+protected:
+    using Code = std::array<unsigned char, 16>;
+
+    static Object ldahOfScale(float imageScale) {
+        Object object = asObject(Features2dSiftLdah::createDetectorLDAH());
+        object->setParams(imageScale);
+        return object;
+    }
+    static Code code(const DescMat& descriptors, std::size_t i) {
+        Code bytes;
+        std::memcpy(bytes.data(), descriptors.data + i * descriptors.step, bytes.size());
+        return bytes;
+    }
+
     const FloatImage image = photographLikeImage(97, 131, 23);
-    const Object ldah = asObject(Features2dSiftLdah::createDetectorLDAH());
-    ldah->setParams(1.0F);
-    EXPECT_TRUE(sameBytes(detected(*ldah, image), detected(image)));
+};
+
+TEST_F(Features2dLdahTest, BothTypesDetectTheSameKeypoints) {
+    EXPECT_TRUE(sameBytes(detected(*ldahOfScale(1.0F), image), detected(image)));
 }
 
-TEST(Features2dSiftLdahTest, LdahRowsCannotBeMadeYet) {
-    const FloatImage image = photographLikeImage(97, 131, 23);
-    const Object ldah = asObject(Features2dSiftLdah::createDetectorLDAH());
-    ldah->setParams(1.0F);
-    std::vector<Keypoint> keypoints = detected(*ldah, image);
+TEST_F(Features2dLdahTest, RowsAreTheCodesOfTheSiftRows) {
+    for (const float imageScale : {1.0F, 0.5F}) {
+        const Object sift = siftOfScale(imageScale);
+        const Object ldah = ldahOfScale(imageScale);
+        const std::vector<Keypoint> keypoints = detected(*ldah, image);
+        ASSERT_GT(keypoints.size(), 50U);
+        const DescMat descriptors = described(*ldah, image, keypoints);
+        DescMat expected;
+        ldahRowsFromSift(described(*sift, image, keypoints), expected);
+        ASSERT_EQ(descriptors.cols, 16);
+        ASSERT_EQ(descriptors.type(), DescMat::Byte);
+        EXPECT_TRUE(sameBytes(descriptors, expected));
+    }
+}
+
+TEST_F(Features2dLdahTest, AnExtractorOfItsOwnMakesTheSameRows) {
+    const Object detector = ldahOfScale(1.0F);
+    const std::vector<Keypoint> keypoints = detected(*detector, image);
+    const Object extractor = asObject(Features2dSiftLdah::createDescriptorLDAH());
+    extractor->setParams(1.0F);
+    EXPECT_TRUE(
+        sameBytes(described(*extractor, image, keypoints), described(*detector, image, keypoints)));
+}
+
+TEST_F(Features2dLdahTest, NeitherThreadsNorTheOrderOfKeypointsChangeACode) {
+    const Object ldah = ldahOfScale(1.0F);
+    const std::vector<Keypoint> keypoints = detected(*ldah, image);
+    const DescMat expected = described(*ldah, image, keypoints);
+    const std::size_t count = keypoints.size();
+    for (const int threads : {1, 2, 5}) {
+        const test::NumberOfThreads number(threads);
+        EXPECT_TRUE(sameBytes(described(*ldah, image, keypoints), expected)) << threads;
+        std::vector<Keypoint> others;  // every seventh of them, then the ones after these ...
+        std::vector<std::size_t> numbers;
+        for (std::size_t first = 0; first < 7; ++first) {
+            for (std::size_t i = first; i < count; i += 7) {
+                others.push_back(keypoints[i]);
+                numbers.push_back(i);
+            }
+        }
+        const DescMat descriptors = described(*ldah, image, others);
+        for (std::size_t i = 0; i < count; ++i) {
+            ASSERT_EQ(code(descriptors, i), code(expected, numbers[i])) << threads << ", " << i;
+        }
+    }
+}
+
+TEST_F(Features2dLdahTest, KeypointsWithoutALevelOrWithoutGradientsGetZeros) {
+    const Keypoint good(35.0F, 30.0F, 2.5F, 0.5F, 1.0F, 0, 2);
+    std::vector<Keypoint> keypoints(6, good);
+    keypoints[0].octave = 3;
+    keypoints[1].layer = 0;
+    keypoints[2].layer = 4;
+    keypoints[3].x = kNaN;
+    keypoints[4].y = 1000.0F;
+    const DescMat descriptors = described(*ldahOfScale(1.0F), image, keypoints);
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(code(descriptors, i), Code{}) << i;
+    EXPECT_NE(code(descriptors, 5), Code{});
+}
+
+TEST_F(Features2dLdahTest, TwelveRowsGiveZeros) {
+    const std::vector<Keypoint> keypoints(3, Keypoint(6.0F, 6.0F, 2.0F, 0.3F, 1.0F, 0, 2));
+    const DescMat descriptors =
+        described(*ldahOfScale(1.0F), photographLikeImage(12, 40, 21), keypoints);
+    ASSERT_EQ(descriptors.rows, 3);
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(code(descriptors, i), Code{});
+}
+
+TEST_F(Features2dLdahTest, ComputeNeedsAnImageScale) {
+    const Object ldah = ldahOfScale(0.0F);
+    std::vector<Keypoint> keypoints = detected(image);
     DescMat descriptors;
     EXPECT_EQ(messageOf<std::runtime_error>([&] { ldah->compute(image, keypoints, descriptors); }),
-              "LDAH descriptors cannot be made by this version.");
+              "Invalid image scale, should be > 0.0");
     ASSERT_EQ(descriptors.rows, static_cast<int>(keypoints.size()));
     ASSERT_EQ(descriptors.cols, 16);
-    EXPECT_EQ(descriptors.data[0], 0);
+    EXPECT_EQ(code(descriptors, 0), Code{});
 }
 
 }  // namespace

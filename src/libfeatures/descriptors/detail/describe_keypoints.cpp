@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "libfeatures/descriptors/detail/descriptor_kernels.h"
+#include "libfeatures/descriptors/detail/ldah_kernels.h"
 
 namespace marlo::detail {
 namespace {
@@ -125,6 +126,16 @@ std::vector<Task> tasksFor(const std::vector<LevelGradients>& levels,
     return tasks;
 }
 
+// Copies row i at `rows` to the row of the keypoint of task i.
+template <typename Element, std::size_t kColumns>
+void copyRows(const Element (*rows)[kColumns], const Task* tasks, std::ptrdiff_t count,
+              DescMat& descriptors) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+        std::memcpy(descriptors.data + tasks[i].keypoint * descriptors.step, rows[i],
+                    sizeof rows[i]);
+    }
+}
+
 }  // namespace
 
 int rowCount(const std::vector<Keypoint>& keypoints) {
@@ -134,36 +145,39 @@ int rowCount(const std::vector<Keypoint>& keypoints) {
     return static_cast<int>(keypoints.size());
 }
 
-void requireDescribable(bool sift) {
-    if (!sift) throw std::runtime_error("LDAH descriptors cannot be made by this version.");
-}
-
 void describeKeypoints(const std::vector<LevelGradients>& levels,
                        const std::vector<Keypoint>& keypoints, float imageScale,
-                       DescMat& descriptors) {
+                       DescriptorType type, DescMat& descriptors) {
     const std::vector<Task> tasks = tasksFor(levels, keypoints, imageScale);
     const auto count = static_cast<std::ptrdiff_t>(tasks.size());
     const std::ptrdiff_t pieces = (count + kPiece - 1) / kPiece;
     DescriptorFunction* const describe = fastest(descriptorKernels());
+    LdahFunction* const makeCodes = fastest(ldahKernels());
+    const LdahPanels& panels = ldahPanels();
     const auto windowOfTask = [&](const Task& task) {
         return windowOf(levels[task.level], keypoints[task.keypoint], imageScale);
     };
 #pragma omp parallel for schedule(dynamic) if (pieces > 1)
     for (std::ptrdiff_t piece = 0; piece < pieces; ++piece) {
         const std::ptrdiff_t begin = piece * kPiece;
-        const std::ptrdiff_t end = std::min(begin + kPiece, count);
-        DescriptorWindow next = windowOfTask(tasks[static_cast<std::size_t>(begin)]);
-        for (std::ptrdiff_t i = begin; i < end; ++i) {
-            const Task& task = tasks[static_cast<std::size_t>(i)];
+        const std::ptrdiff_t size = std::min(kPiece, count - begin);
+        const Task* const some = tasks.data() + begin;
+        alignas(64) float rows[kPiece][kDescriptorSize];
+        DescriptorWindow next = windowOfTask(some[0]);
+        for (std::ptrdiff_t i = 0; i < size; ++i) {
             const DescriptorWindow window = next;
-            if (i + 1 < end) {
-                const Task& nextTask = tasks[static_cast<std::size_t>(i) + 1];
-                next = windowOfTask(nextTask);
-                prefetch(levels[nextTask.level].gradients, next);
+            if (i + 1 < size) {
+                next = windowOfTask(some[i + 1]);
+                prefetch(levels[some[i + 1].level].gradients, next);
             }
-            alignas(32) float values[kDescriptorSize];
-            describe(levels[task.level].gradients, window, values);
-            std::memcpy(descriptors.data + task.keypoint * descriptors.step, values, sizeof values);
+            describe(levels[some[i].level].gradients, window, rows[i]);
+        }
+        if (type == DescriptorType::SIFT) {
+            copyRows(rows, some, size, descriptors);
+        } else {
+            unsigned char codes[kPiece][kLdahBytes];
+            makeCodes(panels, rows[0], size, codes[0]);
+            copyRows(codes, some, size, descriptors);
         }
     }
 }

@@ -22,14 +22,12 @@ struct LevelGradients {
 /// The number of rows for `keypoints`. @throws std::length_error if a matrix cannot have as many.
 int rowCount(const std::vector<Keypoint>& keypoints);
 
-/// @throws std::runtime_error unless `sift`: LDAH rows cannot be made yet.
-void requireDescribable(bool sift);
-
-/// Computes the rows of all keypoints that belong to one of `levels`; see
-/// insertDescriptorsCurrentScaleAndOctave(). All other rows stay as they are. Keypoints are taken
-/// in the order in which they lie in the images, whatever their order in the list.
+/// Computes the rows of all keypoints that belong to one of `levels`, in the form that
+/// `descriptors` has been given for `type`; see insertDescriptorsCurrentScaleAndOctave(). All other
+/// rows stay as they are. Keypoints are taken in the order in which they lie in the images,
+/// whatever their order in the list.
 void describeKeypoints(const std::vector<LevelGradients>& levels,
                        const std::vector<Keypoint>& keypoints, float imageScale,
-                       DescMat& descriptors);
+                       DescriptorType type, DescMat& descriptors);
 
 }  // namespace marlo::detail

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <string>
+
+namespace marlo::tools {
+
+/// The value of an option that counts something. @throws std::invalid_argument, with a sentence for
+/// the user, unless `text` is a whole number that is not negative.
+int wholeNumber(const std::string& option, const std::string& text);
+
+}  // namespace marlo::tools

@@ -1,0 +1,37 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: BSD-3-Clause
+"""Puts tables of the LDAH codes into the library's source."""
+
+import argparse
+import pathlib
+import sys
+
+import tables
+
+SOURCE = (pathlib.Path(__file__).resolve().parents[2]
+          / "src/libfeatures/descriptors/detail/ldah_tables.cpp")
+
+
+def main():
+    parser = argparse.ArgumentParser(
+        description="Puts tables of the LDAH codes into the library's source. Build it again then; "
+        "codes made before cannot be compared with those made after.")
+    parser.add_argument("tables", type=pathlib.Path,
+                        help="a .npz file with `projection` (128 x 128) and `offsets` (128), or a "
+                        "file of these 16,512 numbers as 4-byte little-endian floats")
+    parser.add_argument("--source", type=pathlib.Path, default=SOURCE,
+                        help="the file to write (the library's own)")
+    arguments = parser.parse_args()
+    try:
+        projection, offsets = tables.load(arguments.tables)
+        text = tables.source(projection, offsets)
+        arguments.source.write_text(text, encoding="ascii")
+    except (OSError, ValueError, KeyError) as error:
+        sys.exit(f"write_tables.py: {error}")
+    for fault in tables.faults(projection, offsets):
+        print(f"write_tables.py: note: {fault}", file=sys.stderr)
+    print(f"{arguments.source}: tables {tables.identifier(projection, offsets)}")
+
+
+if __name__ == "__main__":
+    main()

@@ -17,8 +17,8 @@ cmake --preset tools
 cmake --build --preset tools
 results=build/tools/ldah_tables
 mkdir -p "$results"
+trap 'rm -f "$results/samples.bin"' EXIT  # a gigabyte
 build/tools/tools/ldah_tables/collect_mates "$results/samples.bin" "${folders[@]}"
 # Debian's Python, where its packages are.
 /usr/bin/python3 tools/ldah_tables/learn_tables.py "$results/samples.bin" "$results/tables.npz"
 /usr/bin/python3 tools/ldah_tables/write_tables.py "$results/tables.npz"
-rm "$results/samples.bin"

@@ -27,7 +27,11 @@ NOMINAL_LENGTHS = tables.SHORTEST * (tables.LONGEST / tables.SHORTEST) ** (np.ar
 
 def _room(row, offset):
     """The greatest length with which a row, of this sign, stays within the ranges."""
-    limits = [tables.HIGHEST_VALUE / row.max(), tables.LOWEST_VALUE / row.min()]
+    limits = []
+    if row.max() > 0:
+        limits.append(tables.HIGHEST_VALUE / row.max())
+    if row.min() < 0:
+        limits.append(tables.LOWEST_VALUE / row.min())
     if offset > 0:
         limits.append(tables.HIGHEST_OFFSET / offset)
     if offset < 0:
@@ -50,7 +54,8 @@ def _choose_fixed_rows(rotation, offsets, deviations):
                 length = nominal
                 if 3 < index < 127 and fixed * offset > 0:
                     length = np.clip(fixed / offset, 0.8 * nominal, 1.25 * nominal)
-                length = min(length, _room(sign * rotation[row], fixed / nominal))
+                # With some room left, for the refinement that follows keeps the length.
+                length = min(length, 0.95 * _room(sign * rotation[row], fixed / nominal))
                 # Bits lost by the change of the offset, in deviations; a row too short for its
                 # place costs less than that, but something.
                 cost = (((fixed / length - offset) / deviations[row]) ** 2

@@ -2,9 +2,8 @@
 // Finds keypoints of photographs that show the same, by geometry, and writes their SIFT rows for
 // learn_tables.py. See the usage text.
 #include <Eigen/Core>
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -29,7 +28,7 @@ constexpr std::string_view kUsage =
     "photograph and synthetic views of it.\n"
     "  --keypoints N   of each photograph, the strongest (3000)\n"
     "  --side PIXELS   longest side of photographs, larger ones are made smaller (1600)\n"
-    "  --views N       synthetic views of each photograph (4)\n"
+    "  --views N       synthetic views of each photograph (8)\n"
     "  --apart N       how far apart by name photographs of one scene may be (3)\n";
 
 struct Options {
@@ -37,7 +36,7 @@ struct Options {
     std::vector<std::string> folders;
     int keypoints = 3000;
     int longestSide = 1600;
-    int views = 4;
+    int views = 8;
     int apart = 3;
 };
 
@@ -45,6 +44,7 @@ Options parsed(const std::vector<std::string>& arguments) {
     Options options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
+        if (argument == "--help") return {};
         if (argument.rfind("--", 0) != 0) {
             if (options.output.empty()) {
                 options.output = argument;
@@ -60,7 +60,8 @@ Options parsed(const std::vector<std::string>& arguments) {
                                                      : nullptr;
         if (value == nullptr) throw std::invalid_argument("unknown option " + argument);
         if (i + 1 == arguments.size()) throw std::invalid_argument(argument + " needs a number");
-        *value = wholeNumber(argument, arguments[++i]);
+        const bool mayBeNone = value == &options.views || value == &options.apart;
+        *value = wholeNumber(argument, arguments[++i], mayBeNone ? 0 : 1);
     }
     if (options.folders.empty()) throw std::invalid_argument("no folder of photographs given");
     return options;
@@ -102,6 +103,7 @@ public:
     void finish() {
         file_.flush();
         if (!file_) throw std::runtime_error("cannot write all of " + path_);
+        if (mates_ == 0) throw std::runtime_error("the photographs have no mates");
         std::cout << pairs_ << " pairs of images, " << mates_ << " mates\n";
     }
 
@@ -166,7 +168,13 @@ int main(int argc, char** argv) {
         std::cerr << "collect_mates: " << error.what() << '\n' << kUsage;
         return 2;
     }
+    if (options.folders.empty()) {
+        std::cout << kUsage;
+        return 0;
+    }
     try {
+        // Before the file is begun, which may replace another.
+        for (const std::string& folder : options.folders) photographsIn(folder);
         SampleFile samples(options.output);
         for (const std::string& folder : options.folders) collectFolder(folder, options, samples);
         samples.finish();

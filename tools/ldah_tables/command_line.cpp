@@ -6,12 +6,13 @@
 
 namespace marlo::tools {
 
-int wholeNumber(const std::string& option, const std::string& text) {
-    int value = -1;
+int wholeNumber(const std::string& option, const std::string& text, int least) {
+    int value = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || rest != end || value < 0) {
-        throw std::invalid_argument(option + " needs a whole number, not '" + text + "'");
+    if (error != std::errc() || rest != end || value < least) {
+        throw std::invalid_argument(option + " needs a whole number, " + std::to_string(least) +
+                                    " or more, not '" + text + "'");
     }
     return value;
 }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -22,6 +23,7 @@
 #include "ldah_tables/command_line.h"
 #include "ldah_tables/mates.h"
 #include "ldah_tables/photographs.h"
+#include "ldah_tables/statistics.h"
 #include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 
@@ -55,6 +57,7 @@ Options parsed(const std::vector<std::string>& arguments) {
     Options options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
+        if (argument == "--help") return {};
         if (argument.rfind("--", 0) != 0) {
             options.folders.push_back(argument);
             continue;
@@ -64,9 +67,9 @@ Options parsed(const std::vector<std::string>& arguments) {
         if (argument == "--curves") {
             options.curves = value;
         } else if (argument == "--keypoints") {
-            options.keypoints = wholeNumber(argument, value);
+            options.keypoints = wholeNumber(argument, value, 1);
         } else if (argument == "--side") {
-            options.longestSide = wholeNumber(argument, value);
+            options.longestSide = wholeNumber(argument, value, 1);
         } else {
             throw std::invalid_argument("unknown option " + argument);
         }
@@ -119,6 +122,11 @@ std::vector<ImagePair> pairsOf(const std::string& folder, const Options& options
     }
     std::vector<ImagePair> pairs;
     if (planar) {
+        if (images.size() > 9) {
+            throw std::runtime_error(folder +
+                                     " has homographies for more than 9 photographs: "
+                                     "their names would not sort by number");
+        }
         for (std::size_t i = 1; i < images.size(); ++i) {
             ImagePair pair{&described[0], &described[i], true, {}, {}};
             pair.matrix = readHomography(folder + "/H1to" + std::to_string(i + 1) + "p");
@@ -142,20 +150,6 @@ std::vector<ImagePair> pairsOf(const std::string& folder, const Options& options
     return pairs;
 }
 
-struct Counts {
-    std::size_t matches = 0;
-    std::size_t correct = 0;
-
-    void operator+=(const Counts& other) {
-        matches += other.matches;
-        correct += other.correct;
-    }
-    [[nodiscard]] double precision() const {
-        return 100.0 * static_cast<double>(correct) /
-               static_cast<double>(std::max<std::size_t>(matches, 1));
-    }
-};
-
 Counts countMatches(const ImagePair& pair, const DescMat& query, const DescMat& train,
                     float fraction) {
     DescMatcherDistFrac matcher;
@@ -167,39 +161,6 @@ Counts countMatches(const ImagePair& pair, const DescMat& query, const DescMat& 
     }
     return counts;
 }
-
-// Distances of keypoints that show the same, and of keypoints that do not.
-struct Distances {
-    std::vector<float> mates;
-    std::vector<float> strangers;
-
-    // The share of strangers within the distance that holds 95 % of mates. Between two distances
-    // that occur, as between whole numbers of bits, it is interpolated.
-    [[nodiscard]] double falsePositives() {
-        std::sort(mates.begin(), mates.end());
-        std::sort(strangers.begin(), strangers.end());
-        double recallBefore = 0.0;
-        double wrongBefore = 0.0;
-        for (auto step = mates.begin(); step != mates.end();
-             step = std::upper_bound(step, mates.end(), *step)) {
-            const double recall = share(mates, *step);
-            const double wrong = share(strangers, *step);
-            if (recall >= 0.95) {
-                return wrongBefore +
-                       (wrong - wrongBefore) * (0.95 - recallBefore) / (recall - recallBefore);
-            }
-            recallBefore = recall;
-            wrongBefore = wrong;
-        }
-        return 1.0;
-    }
-
-private:
-    static double share(const std::vector<float>& sorted, float most) {
-        const auto within = std::upper_bound(sorted.begin(), sorted.end(), most) - sorted.begin();
-        return static_cast<double>(within) / static_cast<double>(sorted.size());
-    }
-};
 
 float siftDistance(const DescribedImage& a, int i, const DescribedImage& b, int j) {
     const Eigen::Map<const Eigen::Array<float, 128, 1>> first(rowOf(a, i));
@@ -263,6 +224,7 @@ void addDistances(const ImagePair& pair, const DescMat& codes1, const DescMat& c
         add(mate.place.keypoint, mate.keypoint, evaluation.siftDistances.mates,
             evaluation.ldahDistances.mates);
     }
+    if (pair.first->keypoints.empty() || pair.second->keypoints.empty()) return;
     constexpr int kStrangers = 20000;  // of each pair of images
     constexpr float kFarAway = 20.0F;  // pixels
     std::mt19937 random(1);
@@ -301,6 +263,11 @@ Evaluation evaluate(const std::string& folder, const Options& options) {
     return evaluation;
 }
 
+std::string nameOf(const std::filesystem::path& folder) {
+    const std::filesystem::path plain = folder.lexically_normal();
+    return (plain.has_filename() ? plain : plain.parent_path()).filename().string();
+}
+
 void printLine(const std::string& name, const Evaluation& e) {
     std::printf("| %-10s | %5zu | %7zu | %7.1f | %7zu | %7.1f | %7.3f |\n", name.c_str(), e.pairs,
                 e.siftDefault.correct, e.siftDefault.precision(), e.ldahDefault.correct,
@@ -329,22 +296,22 @@ void run(const Options& options) {
     Evaluation all;
     for (const std::string& folder : options.folders) {
         const Evaluation evaluation = evaluate(folder, options);
-        printLine(std::filesystem::path(folder).lexically_normal().filename().string(), evaluation);
+        printLine(nameOf(folder), evaluation);
         all.add(evaluation);
     }
     printLine("all", all);
+    if (!options.curves.empty()) writeCurves(options.curves, all);
     if (all.siftDistances.mates.empty() || all.siftDistances.strangers.empty()) return;
-    std::vector<float>& bits = all.ldahDistances.mates;
+    const Distances& bits = all.ldahDistances;
     std::printf(
         "\nFalse positives among random pairs at 95 %% recall: SIFT %.3f %%, LDAH %.3f %%\n",
-        100.0 * all.siftDistances.falsePositives(), 100.0 * all.ldahDistances.falsePositives());
-    const auto quantile = [&](std::size_t percent) {
-        return bits[(bits.size() - 1) * percent / 100];
-    };
+        100.0 * all.siftDistances.falsePositives(), 100.0 * bits.falsePositives());
     std::printf("Bits between mates: 5 %% %.0f, 50 %% %.0f, 95 %% %.0f, 99 %% %.0f (%zu mates)\n",
-                static_cast<double>(quantile(5)), static_cast<double>(quantile(50)),
-                static_cast<double>(quantile(95)), static_cast<double>(quantile(99)), bits.size());
-    if (!options.curves.empty()) writeCurves(options.curves, all);
+                static_cast<double>(bits.mateQuantile(5)),
+                static_cast<double>(bits.mateQuantile(50)),
+                static_cast<double>(bits.mateQuantile(95)),
+                static_cast<double>(bits.mateQuantile(99)), bits.mates.size());
+    std::printf("Bits between others: %.1f on average\n", bits.meanOfStrangers());
 }
 
 }  // namespace
@@ -358,6 +325,10 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         std::cerr << "evaluate_codes: " << error.what() << '\n' << kUsage;
         return 2;
+    }
+    if (options.folders.empty()) {
+        std::cout << kUsage;
+        return 0;
     }
     try {
         run(options);

@@ -4,10 +4,11 @@
 
 import argparse
 import os
+import pathlib
 import sys
 import time
 
-# Sums of several threads, or of another processor's routines, would round otherwise.
+# Sums of several threads would round differently.
 os.environ["OMP_NUM_THREADS"] = os.environ["OPENBLAS_NUM_THREADS"] = "1"
 
 import numpy as np  # noqa: E402  (after the number of threads is set)
@@ -18,17 +19,31 @@ import samples  # noqa: E402
 import tables  # noqa: E402
 
 
+def above_zero(text):
+    if not text.isdecimal() or int(text) < 1:
+        raise argparse.ArgumentTypeError(f"{text} is not a whole number above 0")
+    return int(text)
+
+
+def npz_file(text):
+    path = pathlib.Path(text)
+    if path.suffix != ".npz" or not path.absolute().parent.is_dir():
+        raise argparse.ArgumentTypeError(f"{text} is not a .npz file in a folder that exists")
+    return path
+
+
 def main():
     parser = argparse.ArgumentParser(
         description="Learns the tables of the LDAH codes from the samples that collect_mates has "
         "written. The same samples give the same tables.")
     parser.add_argument("samples", help="the file of collect_mates")
-    parser.add_argument("tables", help="the .npz file to write, for write_tables.py")
-    parser.add_argument("--steps", type=int, default=learning.Settings.steps,
+    parser.add_argument("tables", type=npz_file,
+                        help="the .npz file to write, for write_tables.py")
+    parser.add_argument("--steps", type=above_zero, default=learning.Settings.steps,
                         help="of the refinement (%(default)s)")
-    parser.add_argument("--of-a-pair", type=int, default=600,
+    parser.add_argument("--of-a-pair", type=above_zero, default=500,
                         help="most mates of one pair of images (%(default)s)")
-    parser.add_argument("--strangers", type=int, default=8,
+    parser.add_argument("--strangers", type=above_zero, default=8,
                         help="of each mate, the most similar (%(default)s)")
     arguments = parser.parse_args()
 

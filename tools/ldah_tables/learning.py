@@ -11,7 +11,7 @@ import samples as samples_module
 
 @dataclasses.dataclass
 class Settings:
-    steps: int = 8000
+    steps: int = 12000
     batch: int = 1024
     rate: float = 3e-3
     offset_rate: float = 5.0  # times `rate` and the deviation of the projection
@@ -19,7 +19,7 @@ class Settings:
     last_sharpness: float = 6.0
     ratio: float = 0.8  # that a mate's distance should have to the nearest stranger's, at most
     steepness: float = 15.0
-    spread: float = 100.0  # weight of strangers' agreement
+    spread: float = 60.0  # weight of strangers' agreement
 
 
 def start(samples):

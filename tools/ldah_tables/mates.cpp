@@ -8,6 +8,7 @@
 #include <numeric>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
+#include <utility>
 
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 

@@ -35,6 +35,7 @@ float* floatsOf(const DescMat& rows, int i) {
 
 std::vector<std::string> photographsIn(const std::string& folder) {
     std::vector<std::string> paths;
+    if (!std::filesystem::is_directory(folder)) throw std::runtime_error("no folder " + folder);
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         if (isPhotograph(entry.path())) paths.push_back(entry.path().string());
     }

@@ -30,7 +30,10 @@ def main():
         return [(line["fraction"], int(line["correct"]), int(line["matches"]))
                 for line in lines if line["rows"] == rows and int(line["matches"])]
 
-    unit = next(correct for fraction, correct, _ in points("SIFT") if fraction == DEFAULT)
+    try:
+        unit = next(correct for fraction, correct, _ in points("SIFT") if fraction == DEFAULT)
+    except (KeyError, StopIteration):
+        sys.exit(f"plot_curves.py: {arguments.curves} has no curves of evaluate_codes")
     # The same picture from the same numbers: no date, fixed names.
     matplotlib.rcParams["svg.hashsalt"] = "curves"
     figure, axes = pyplot.subplots(figsize=(6.4, 4.2))

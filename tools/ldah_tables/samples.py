@@ -55,7 +55,12 @@ def read(path, most_of_a_pair, strangers, random):
         query, mate, place = queries[chosen], rows[mates[chosen]], places[chosen]
         distance = np.hypot(positions[:, 0] - place[:, :1], positions[:, 1] - place[:, 1:2])
         likeness = query @ rows.T
-        likeness[(distance < place[:, 2:]) | (mate @ rows.T > NEAR_DUPLICATES)] = -1
+        near = (distance < place[:, 2:]) | (mate @ rows.T > NEAR_DUPLICATES)
+        enough = np.count_nonzero(~near, axis=1) >= strangers
+        query, mate, near, likeness = query[enough], mate[enough], near[enough], likeness[enough]
+        if len(query) == 0:
+            continue
+        likeness[near] = -1
         first.append(query)
         second.append(mate)
         alike.append(rows[np.argpartition(-likeness, strangers, axis=1)[:, :strangers]])

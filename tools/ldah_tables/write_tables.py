@@ -5,6 +5,7 @@
 import argparse
 import pathlib
 import sys
+import zipfile
 
 import tables
 
@@ -25,8 +26,11 @@ def main():
     try:
         projection, offsets = tables.load(arguments.tables)
         text = tables.source(projection, offsets)
-        arguments.source.write_text(text, encoding="ascii")
-    except (OSError, ValueError, KeyError) as error:
+        # Beside it first: a full disk must not leave half of it.
+        partial = arguments.source.with_name(arguments.source.name + ".partial")
+        partial.write_text(text, encoding="ascii")
+        partial.replace(arguments.source)
+    except (OSError, ValueError, KeyError, zipfile.BadZipFile) as error:
         sys.exit(f"write_tables.py: {error}")
     for fault in tables.faults(projection, offsets):
         print(f"write_tables.py: note: {fault}", file=sys.stderr)

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Eigen/Eigenvalues>
 #include <cmath>
 #include <cstdint>
 
@@ -47,6 +48,49 @@ TEST(SyntheticViewTest, IsTheSameForTheSameSeedAndAnotherForAnother) {
     const FloatImage photograph = spotAt(160.0F, 90.0F);
     EXPECT_EQ(syntheticView(photograph, 3).image, syntheticView(photograph, 3).image);
     EXPECT_NE(syntheticView(photograph, 3).image, syntheticView(photograph, 4).image);
+}
+
+// Squares of light and dark, `side` pixels each.
+FloatImage squares(int side) {
+    FloatImage image(200, 300);
+    for (Eigen::Index row = 0; row < image.rows(); ++row) {
+        for (Eigen::Index col = 0; col < image.cols(); ++col) {
+            image(row, col) = (row / side + col / side) % 2 == 0 ? 0.1F : 0.9F;
+        }
+    }
+    return image;
+}
+
+// The deviation of the values in the middle of the view, as a share of their mean.
+float contrastInTheMiddle(const FloatImage& image) {
+    const Eigen::ArrayXXf middle = image.block(80, 130, 40, 40).array();
+    return std::sqrt((middle - middle.mean()).square().mean()) / middle.mean();
+}
+
+// How much smaller than the photograph the view is at its middle, where it is smallest.
+double smallestScale(const SyntheticView& view) {
+    const Eigen::Matrix2d map = view.homography.topLeftCorner<2, 2>();
+    return std::sqrt(Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d>(map.transpose() * map)
+                         .eigenvalues()
+                         .minCoeff());
+}
+
+TEST(SyntheticViewTest, ShowsNothingOfWhatIsTooFineForItsSize) {
+    int smallViews = 0;
+    for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+        const SyntheticView view = syntheticView(squares(1), seed);
+        if (smallestScale(view) > 0.6) continue;
+        ++smallViews;
+        EXPECT_LT(contrastInTheMiddle(view.image), 0.1F) << "seed " << seed;
+    }
+    EXPECT_GE(smallViews, 5);
+}
+
+TEST(SyntheticViewTest, KeepsWhatIsCoarse) {
+    for (std::uint64_t seed = 1; seed <= 10; ++seed) {
+        EXPECT_GT(contrastInTheMiddle(syntheticView(squares(16), seed).image), 0.4F)
+            << "seed " << seed;
+    }
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: BSD-3-Clause
-# Installs what is needed, builds the library, installs it into build/demo/installed, then builds
-# the example programs against that installation and runs them.
+# Installs what is needed, builds the library and the program marlo, installs them into
+# build/demo/installed, builds the example programs against that installation and runs them, then
+# runs `marlo demo`.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -9,7 +10,7 @@ prefix=$PWD/build/demo/installed
 programs=$PWD/build/demo/programs
 log=$PWD/build/demo/build.log
 
-scripts/install-deps.sh build
+scripts/install-deps.sh apps
 mkdir -p build/demo
 echo "Building libfeatures (log: build/demo/build.log)"
 if ! {
@@ -30,3 +31,6 @@ for program in describe_image match_images own_plug_ins; do
     printf '\n$ %s        (examples/%s.cpp)\n' "$program" "$program"
     "$programs/$program"
 done
+
+printf '\n$ marlo demo -o build/demo/marlo\n'
+"$prefix/bin/marlo" demo -o build/demo/marlo

@@ -7,6 +7,7 @@
 #include "libfeatures/base/d_match.h"
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/features_controller.h"
+#include "libfeatures/base/kernels_in_use.h"
 #include "libfeatures/base/keypoint.h"
 #include "libfeatures/base/keypoint_selector_type.h"
 #include "libfeatures/base/keypoint_utils.h"

@@ -17,13 +17,19 @@ struct Kernel {
 template <typename Function>
 using KernelList = std::span<const Kernel<Function>>;
 
-/// The fastest kernel that this processor can run.
+/// The fastest entry that this processor can run.
+template <typename Function>
+const Kernel<Function>& fastestEntry(KernelList<Function> kernels) {
+    for (const Kernel<Function>& kernel : kernels) {
+        if (kernel.isSupported()) return kernel;
+    }
+    return kernels.back();
+}
+
+/// The kernel of that entry.
 template <typename Function>
 Function* fastest(KernelList<Function> kernels) {
-    for (const Kernel<Function>& kernel : kernels) {
-        if (kernel.isSupported()) return kernel.run;
-    }
-    return kernels.back().run;
+    return fastestEntry(kernels).run;
 }
 
 inline bool runsEverywhere() {

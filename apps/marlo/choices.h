@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace marlo::app {
+
+/// What the options take.
+inline const std::vector<std::string> kFeatures{"sift", "ldah"};
+inline const std::vector<std::string> kSelectors{"TOP", "Default"};
+inline const std::vector<std::string> kMatchers{"DistFracMutual", "DistFrac", "LeftRight"};
+inline const std::vector<std::string> kExportFormats{"colmap", "openmvg", "opencv-yaml", "npz"};
+
+}  // namespace marlo::app

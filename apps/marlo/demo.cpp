@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "marlo/demo.h"
+
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "marlo/extract.h"
+#include "marlo/interruption.h"
+#include "marlo/match.h"
+#include "marlo/output_file.h"
+#include "marlo/photograph_files.h"
+#include "marlo/scene.h"
+#include "marlo/show.h"
+#include "marlo/summary.h"
+
+namespace marlo::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kMostError = 2.0;  // pixels
+constexpr std::size_t kPictures = 3;
+
+struct Share {
+    std::size_t count = 0;
+    std::size_t correct = 0;
+
+    void add(bool isCorrect) {
+        ++count;
+        correct += isCorrect ? 1 : 0;
+    }
+    [[nodiscard]] double percent() const {
+        return count == 0 ? 0.0 : 100.0 * static_cast<double>(correct) / static_cast<double>(count);
+    }
+};
+
+// What one kind of rows has reached.
+struct Result {
+    std::size_t keypoints = 0;
+    std::size_t pairs = 0;  // with verified matches
+    Share matches;
+    Share verified;
+    double extractSeconds = 0.0;
+    double matchSeconds = 0.0;
+    double verifySeconds = 0.0;
+};
+
+void writeFile(const fs::path& path, const std::string& content) {
+    OutputFile file(path);
+    file.write(content);
+    file.commit();
+}
+
+// The cameras as they are, for comparison with what a reconstruction finds.
+void writeCameras(const std::vector<DemoView>& views, const fs::path& path) {
+    nlohmann::json cameras = nlohmann::json::array();
+    for (const DemoView& view : views) {
+        const PinholeCamera& camera = view.camera;
+        nlohmann::json rotation = nlohmann::json::array();
+        for (int row = 0; row < 3; ++row) {
+            rotation.push_back(
+                {camera.rotation(row, 0), camera.rotation(row, 1), camera.rotation(row, 2)});
+        }
+        cameras.push_back(
+            {{"name", view.name},
+             {"focal_length", camera.focalLength},
+             {"principal_point", {camera.principalPoint.x(), camera.principalPoint.y()}},
+             {"world_to_camera", rotation},
+             {"centre", {camera.centre.x(), camera.centre.y(), camera.centre.z()}}});
+    }
+    writeFile(path, cameras.dump(2) + '\n');
+}
+
+void writeViews(const std::vector<DemoView>& views, const fs::path& folder) {
+    for (const DemoView& view : views) {
+        std::vector<unsigned char> file;
+        cv::imencode(".png", view.image, file);
+        writeFile(folder / view.name, {file.begin(), file.end()});
+    }
+}
+
+bool isCorrect(const DemoView& first, const Keypoint& a, const DemoView& second,
+               const Keypoint& b) {
+    const auto to = transfer(
+        first, Eigen::Vector2d(static_cast<double>(a.x), static_cast<double>(a.y)), second);
+    return to &&
+           (*to - Eigen::Vector2d(static_cast<double>(b.x), static_cast<double>(b.y))).norm() <
+               kMostError;
+}
+
+Share judged(const DemoView& first, const std::vector<Keypoint>& firstKeypoints,
+             const DemoView& second, const std::vector<Keypoint>& secondKeypoints,
+             const MatchList& matches) {
+    Share share;
+    for (Eigen::Index i = 0; i < matches.rows(); ++i) {
+        share.add(isCorrect(first, firstKeypoints[matches(i, 0)], second,
+                            secondKeypoints[matches(i, 1)]));
+    }
+    return share;
+}
+
+void add(Share& to, const Share& share) {
+    to.count += share.count;
+    to.correct += share.correct;
+}
+
+void judge(const Project& project, const std::vector<DemoView>& views, Result& result) {
+    std::map<std::int64_t, const DemoView*> viewOf;
+    std::map<std::int64_t, std::vector<Keypoint>> keypoints;
+    for (const Photograph& photograph : project.photographs()) {
+        for (const DemoView& view : views) {
+            if (view.name == photograph.name) viewOf[photograph.id] = &view;
+        }
+        keypoints[photograph.id] = project.features(photograph.id).keypoints;
+        result.keypoints += keypoints[photograph.id].size();
+    }
+    for (const Pair& pair : project.pairs()) {
+        const auto judgedMatches = [&](const MatchList& matches) {
+            return judged(*viewOf.at(pair.first), keypoints[pair.first], *viewOf.at(pair.second),
+                          keypoints[pair.second], matches);
+        };
+        const auto geometry = project.geometry(pair.first, pair.second);
+        if (!geometry || geometry->inliers.rows() == 0) continue;
+        ++result.pairs;
+        add(result.matches, judgedMatches(project.matches(pair.first, pair.second).matches));
+        add(result.verified, judgedMatches(geometry->inliers));
+    }
+}
+
+template <typename Work>
+double secondsOf(const Work& work) {
+    const auto begin = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+Result runChain(const std::string& features, const std::vector<DemoView>& views,
+                const fs::path& folder, Progress& progress) {
+    Result result;
+    Project project(folder / features, Project::Access::write);
+    ExtractOptions extractOptions;
+    extractOptions.features = features;
+    extractOptions.force = true;
+    result.extractSeconds = secondsOf([&] {
+        extract(findPhotographs({(folder / "photographs").string()}), extractOptions, project,
+                progress);
+    });
+    MatchOptions matchOptions;
+    result.matchSeconds = secondsOf([&] { match(matchOptions, project, progress); });
+    result.verifySeconds = secondsOf([&] { verify(VerifyOptions(), project, progress); });
+    if (interruption() != 0) return result;
+    judge(project, views, result);
+    writeSummary(project);
+    showProject(project, folder / features / "pictures", kPictures, progress);
+    return result;
+}
+
+void printTable(const std::vector<std::pair<std::string, Result>>& results, Progress& progress) {
+    progress.report(
+        "\n| rows | keypoints | pairs | matches | within 2 px | verified | within 2 px | extract | "
+        "match | verify |\n|---|---|---|---|---|---|---|---|---|---|",
+        {{"event", "demo"}});
+    for (const auto& [name, r] : results) {
+        char line[256];
+        std::snprintf(
+            line, sizeof line,
+            "| %s | %zu | %zu | %zu | %.1f %% | %zu | %.1f %% | %.2f s | %.2f s | %.2f s |",
+            name.c_str(), r.keypoints, r.pairs, r.matches.count, r.matches.percent(),
+            r.verified.count, r.verified.percent(), r.extractSeconds, r.matchSeconds,
+            r.verifySeconds);
+        progress.report(line, {{"event", "demo"},
+                               {"features", name},
+                               {"keypoints", r.keypoints},
+                               {"pairs", r.pairs},
+                               {"matches", r.matches.count},
+                               {"matches_correct", r.matches.correct},
+                               {"verified", r.verified.count},
+                               {"verified_correct", r.verified.correct},
+                               {"extract_seconds", r.extractSeconds},
+                               {"match_seconds", r.matchSeconds},
+                               {"verify_seconds", r.verifySeconds}});
+    }
+}
+
+}  // namespace
+
+void demo(const fs::path& folder, Progress& progress) {
+    progress.message("Rendering views of a scene whose geometry is known");
+    const std::vector<DemoView> views = renderDemoViews();
+    makeFolder(folder / "photographs");
+    writeViews(views, folder / "photographs");
+    writeCameras(views, folder / "cameras.json");
+    std::vector<std::pair<std::string, Result>> results;
+    for (const std::string features : {"sift", "ldah"}) {
+        progress.message("The whole chain with " + features + " features");
+        results.emplace_back(features, runChain(features, views, folder, progress));
+        if (interruption() != 0) return;
+    }
+    printTable(results, progress);
+    const std::string where = fs::absolute(folder).lexically_normal().string();
+    progress.report("\nViews: " + where + "/photographs\nPictures: " + where +
+                        "/sift/pictures and " + where + "/ldah/pictures",
+                    {{"event", "done"}, {"folder", where}});
+}
+
+}  // namespace marlo::app

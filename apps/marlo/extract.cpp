@@ -1,0 +1,379 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "marlo/extract.h"
+
+#include <omp.h>
+#include <sys/sysinfo.h>
+
+#include <QString>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <fstream>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <opencv2/core/eigen.hpp>
+#include <opencv2/imgproc.hpp>
+#include <stdexcept>
+
+#include "libfeatures/base/features_controller.h"
+#include "libfeatures/descriptors/ldah_codes.h"
+#include "libfeatures/version.h"
+#include "marlo/descriptor_bytes.h"
+#include "marlo/interruption.h"
+#include "marlo/ordered_work.h"
+#include "support/log.h"
+#include "support/system.h"
+
+namespace marlo::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A photograph in work: decoded, grey and its scale space (35 bytes a pixel), with room to spare.
+constexpr std::uint64_t kBytesPerPixel = 64;
+constexpr std::uint64_t kBytesPerPhotograph = std::uint64_t{64} << 20;
+constexpr std::uint64_t kUnknownPixels = 24'000'000;  // where the header does not say
+
+// Lets images begin while all of them together need less than the limit, and any one alone.
+class MemoryBudget {
+public:
+    explicit MemoryBudget(std::uint64_t limit) : limit_(limit) {}
+
+    class Share {
+    public:
+        Share(MemoryBudget& budget, std::uint64_t bytes) : budget_(budget), bytes_(bytes) {
+            std::unique_lock<std::mutex> lock(budget_.mutex_);
+            budget_.changed_.wait(lock, [&] {
+                return budget_.used_ == 0 || budget_.used_ + bytes_ <= budget_.limit_;
+            });
+            budget_.used_ += bytes_;
+        }
+        ~Share() {
+            const std::lock_guard<std::mutex> lock(budget_.mutex_);
+            budget_.used_ -= bytes_;
+            budget_.changed_.notify_all();
+        }
+        Share(const Share&) = delete;
+        Share& operator=(const Share&) = delete;
+
+    private:
+        MemoryBudget& budget_;
+        std::uint64_t bytes_;
+    };
+
+private:
+    std::uint64_t limit_;
+    std::uint64_t used_ = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+};
+
+// What the library logs as an error on this thread: the controller logs failures of its plug-ins
+// instead of throwing them.
+thread_local std::string loggedErrors;
+
+void listenToErrors() {
+    log::defaultLogSource().setSink([](const log::Line& line) {
+        if (static_cast<int>(line.level) < 7) return;
+        if (!loggedErrors.empty()) loggedErrors += "; ";
+        loggedErrors += line.text;
+    });
+}
+
+void throwLoggedErrors() {
+    if (loggedErrors.empty()) return;
+    const std::string errors = std::exchange(loggedErrors, {});
+    if (errors.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    throw std::runtime_error(errors);
+}
+
+// An image of at most the wanted size, and how its pixels lie in the photograph.
+struct WorkingImage {
+    FloatImage image;
+    double scale = 1.0;  // that the detector is told
+    double xFactor = 1.0;
+    double yFactor = 1.0;
+};
+
+WorkingImage workingImage(FloatImage&& grey, int longestSide) {
+    WorkingImage working;
+    const auto longer = static_cast<int>(std::max(grey.rows(), grey.cols()));
+    if (longestSide <= 0 || longer <= longestSide) {
+        working.image = std::move(grey);
+        return working;
+    }
+    working.scale = static_cast<double>(longestSide) / longer;
+    const auto rows = static_cast<int>(
+        std::max(1L, std::lround(working.scale * static_cast<double>(grey.rows()))));
+    const auto cols = static_cast<int>(
+        std::max(1L, std::lround(working.scale * static_cast<double>(grey.cols()))));
+    working.image.resize(rows, cols);
+    const cv::Mat from(static_cast<int>(grey.rows()), static_cast<int>(grey.cols()), CV_32F,
+                       grey.data());
+    cv::Mat to(rows, cols, CV_32F, working.image.data());
+    cv::resize(from, to, to.size(), 0.0, 0.0, cv::INTER_AREA);
+    working.xFactor = static_cast<double>(grey.cols()) / cols;
+    working.yFactor = static_cast<double>(grey.rows()) / rows;
+    return working;
+}
+
+// From what the detector says of a smaller image to pixels of the photograph. Resizing keeps the
+// image's outer edges, so pixel centres move; and rounding makes the two sides differ a little.
+void toPhotograph(const WorkingImage& working, std::vector<Keypoint>& keypoints) {
+    if (working.scale == 1.0) return;
+    for (Keypoint& keypoint : keypoints) {
+        const double x = static_cast<double>(keypoint.x) * working.scale;
+        const double y = static_cast<double>(keypoint.y) * working.scale;
+        keypoint.x = static_cast<float>((x + 0.5) * working.xFactor - 0.5);
+        keypoint.y = static_cast<float>((y + 0.5) * working.yFactor - 0.5);
+    }
+}
+
+void removeMasked(const cv::Mat& mask, std::vector<Keypoint>& keypoints) {
+    const auto isMasked = [&](const Keypoint& keypoint) {
+        const int col = std::clamp(static_cast<int>(std::lround(keypoint.x)), 0, mask.cols - 1);
+        const int row = std::clamp(static_cast<int>(std::lround(keypoint.y)), 0, mask.rows - 1);
+        return mask.at<std::uint8_t>(row, col) == 0;
+    };
+    keypoints.erase(std::remove_if(keypoints.begin(), keypoints.end(), isMasked), keypoints.end());
+}
+
+std::string controllerKey(const std::string& features) {
+    if (features == "sift") return "SIFT";
+    if (features == "ldah") return "LDAH";
+    throw std::runtime_error("--features is sift or ldah, not '" + features + "'");
+}
+
+// What one photograph has given.
+struct Extracted {
+    bool skipped = false;
+    std::string failure;
+    bool outOfMemory = false;
+    std::string stamp;
+    Camera camera;
+    Features features;
+    DescMat bytes;
+    double seconds = 0.0;
+};
+
+class Extractor {
+public:
+    Extractor(const PhotographFiles& files, const std::vector<Photograph>& photographs,
+              const ExtractOptions& options, std::uint64_t memory)
+        : files_(files), photographs_(photographs), options_(options), budget_(memory) {}
+
+    Extracted run(std::size_t i) {
+        Extracted extracted;
+        const auto begin = std::chrono::steady_clock::now();
+        try {
+            loggedErrors.clear();
+            fill(i, extracted);
+        } catch (const std::bad_alloc&) {
+            extracted.outOfMemory = true;
+            extracted.failure =
+                "needs more memory than there is; make it smaller with --max-size, "
+                "or give fewer --threads";
+        } catch (const std::exception& error) {
+            extracted.failure = error.what();
+        }
+        extracted.seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+        return extracted;
+    }
+
+private:
+    void fill(std::size_t i, Extracted& extracted) {
+        const PhotographFile& file = files_.files[i];
+        const Photograph& known = photographs_[i];
+        if (!options_.force && known.status == PhotographStatus::done &&
+            known.stamp == stamp(file, contentHash(file.path))) {
+            extracted.skipped = true;
+            return;
+        }
+        const std::uint64_t pixels = pixelsByHeader(file.path);
+        const MemoryBudget::Share share(
+            budget_, (pixels > 0 ? pixels : kUnknownPixels) * kBytesPerPixel + kBytesPerPhotograph);
+        DecodedPhotograph photograph =
+            decodePhotograph(file.path, DecodeOptions{options_.applyOrientation});
+        extracted.camera = photograph.camera;
+        extracted.stamp = stamp(file, photograph.contentHash);
+        const cv::Mat mask = maskOf(file, photograph.grey);
+        const WorkingImage working = workingImage(std::move(photograph.grey), options_.longestSide);
+        detectAndDescribe(working, mask, extracted);
+    }
+
+    void detectAndDescribe(const WorkingImage& working, const cv::Mat& mask,
+                           Extracted& extracted) const {
+        const QString key = QString::fromStdString(controllerKey(options_.features));
+        // A new controller for each photograph: some selectors keep records between calls.
+        FeaturesController controller(key, key, QString::fromStdString(options_.selector),
+                                      QStringLiteral("Default"));
+        controller.setFeatureSetParams(working.scale, extracted.camera.height,
+                                       extracted.camera.width, options_.keypoints);
+        std::vector<Keypoint> found;
+        controller.detect(working.image, found);
+        throwLoggedErrors();
+        if (!mask.empty()) removeMasked(mask, found);
+        Features& features = extracted.features;
+        if (!found.empty()) {
+            controller.select(found, features.keypoints);
+            throwLoggedErrors();
+        }
+        allocateDescriptors(features.rows, 0, options_.features == "sift");
+        if (!features.keypoints.empty()) {
+            controller.compute(working.image, features.keypoints, features.rows);
+            throwLoggedErrors();
+        }
+        toPhotograph(working, features.keypoints);
+        if (options_.features == "sift") extracted.bytes = siftBytesForColmap(features.rows);
+    }
+
+    [[nodiscard]] fs::path maskPath(const PhotographFile& file) const {
+        return *options_.masks / (file.name + ".png");
+    }
+
+    // Empty if there is none.
+    [[nodiscard]] cv::Mat maskOf(const PhotographFile& file, const FloatImage& grey) const {
+        if (!options_.masks || !fs::exists(maskPath(file))) return {};
+        return readMask(maskPath(file), grey.rows(), grey.cols());
+    }
+
+    // All that the features depend on.
+    [[nodiscard]] std::string stamp(const PhotographFile& file, const std::string& content) const {
+        nlohmann::json all = {{"content", content},
+                              {"features", options_.features},
+                              {"selector", options_.selector},
+                              {"keypoints", options_.keypoints},
+                              {"max_size", options_.longestSide},
+                              {"orientation", options_.applyOrientation},
+                              {"library", libraryVersion()}};
+        if (options_.features == "ldah") all["tables"] = ldahTablesIdentifier();
+        if (options_.masks && fs::exists(maskPath(file))) all["mask"] = contentHash(maskPath(file));
+        return all.dump();
+    }
+
+    const PhotographFiles& files_;
+    const std::vector<Photograph>& photographs_;
+    const ExtractOptions& options_;
+    MemoryBudget budget_;
+};
+
+// A project's photographs lie below one folder, and names are paths from there.
+PhotographFiles belowProjectFolder(const PhotographFiles& files, Project& project) {
+    const std::optional<std::string> known = project.setting("photographs");
+    if (!known) {
+        project.putSetting("photographs", files.base.string());
+        return files;
+    }
+    PhotographFiles renamed{*known, {}};
+    for (const PhotographFile& file : files.files) {
+        const fs::path name = file.path.lexically_relative(*known);
+        if (name.empty() || *name.begin() == "..") {
+            throw ProjectError("The photographs of the project " + project.folder().string() +
+                               " lie in " + *known + ", and " + file.path.string() +
+                               " does not. Use another project folder (-o).");
+        }
+        renamed.files.push_back({name.generic_string(), file.path});
+    }
+    return renamed;
+}
+
+void checkFeatures(const ExtractOptions& options, Project& project) {
+    const std::optional<std::string> known = project.setting("features");
+    if (known && *known != options.features && !options.force) {
+        throw ProjectError("The project " + project.folder().string() + " holds " + *known +
+                           " features, which cannot be matched with " + options.features +
+                           ". Use another project folder (-o), or --force to replace them all.");
+    }
+    project.putSetting("features", options.features);
+    project.putSetting("orientation", options.applyOrientation ? "applied" : "ignored");
+    project.putSetting("ldah_tables", std::string(ldahTablesIdentifier()));
+}
+
+}  // namespace
+
+std::uint64_t availableMemory() {
+    struct sysinfo info = {};
+    std::uint64_t bytes = std::uint64_t{1} << 30;
+    if (sysinfo(&info) == 0) bytes = std::uint64_t{info.totalram} * info.mem_unit;
+    std::uint64_t limit = 0;
+    std::ifstream group("/sys/fs/cgroup/memory.max");
+    if (group >> limit) bytes = std::min(bytes, limit);
+    return bytes;
+}
+
+std::uint64_t parseMemory(const std::string& text) {
+    std::size_t used = 0;
+    double value = 0.0;
+    try {
+        value = std::stod(text, &used);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    const std::string unit = text.substr(used);
+    double factor = 0.0;
+    if (unit.empty() || unit == "B") factor = 1.0;
+    if (unit == "K" || unit == "KiB") factor = 0x1p10;
+    if (unit == "M" || unit == "MiB") factor = 0x1p20;
+    if (unit == "G" || unit == "GiB") factor = 0x1p30;
+    if (unit == "T" || unit == "TiB") factor = 0x1p40;
+    if (used == 0 || factor == 0.0 || !(value > 0.0) || value * factor >= 0x1p62) {
+        throw std::invalid_argument("'" + text + "' is not an amount of memory such as 8G or 500M");
+    }
+    return static_cast<std::uint64_t>(value * factor);
+}
+
+Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Project& project,
+                Progress& progress) {
+    controllerKey(options.features);
+    checkFeatures(options, project);
+    const PhotographFiles files = belowProjectFolder(given, project);
+    std::vector<std::string> names;
+    for (const PhotographFile& file : files.files) names.push_back(file.name);
+    const std::vector<Photograph> photographs = project.addPhotographs(names);
+
+    listenToErrors();
+    const int threads = options.threads > 0 ? options.threads : system::noLogicalCPUs();
+    const auto workers = std::min<std::size_t>(static_cast<std::size_t>(threads), names.size());
+    const int threadsOfEach = std::max(1, threads / static_cast<int>(workers));
+    const std::uint64_t memory = options.memory > 0 ? options.memory : availableMemory() / 2;
+    Extractor extractor(files, photographs, options, memory);
+    Outcome outcome;
+    bool outOfMemory = false;
+    progress.begin("extract", "photographs", names.size());
+    const auto produce = [&](std::size_t i) {
+        omp_set_num_threads(threadsOfEach);
+        return extractor.run(i);
+    };
+    const auto consume = [&](std::size_t i, Extracted&& extracted) {
+        Photograph photograph = photographs[i];
+        photograph.stamp = extracted.stamp;
+        photograph.seconds = extracted.seconds;
+        if (extracted.skipped) {
+            ++outcome.skipped;
+        } else if (!extracted.failure.empty()) {
+            ++outcome.failed;
+            outOfMemory = outOfMemory || extracted.outOfMemory;
+            project.putFailure(photograph, extracted.failure);
+            progress.report(
+                "failed: " + names[i] + ": " + extracted.failure,
+                {{"event", "failed"}, {"name", names[i]}, {"reason", extracted.failure}});
+        } else {
+            project.putFeatures(photograph, extracted.camera, extracted.features, extracted.bytes);
+            ++outcome.done;
+        }
+        progress.advance();
+    };
+    workInOrder(names.size(), workers, produce, consume, [] { return interruption() != 0; });
+    progress.end();
+    outcome.interrupted = interruption() != 0;
+    if (outOfMemory && outcome.done + outcome.skipped == 0) {
+        throw OutOfSpace("No photograph could be extracted for want of memory.");
+    }
+    return outcome;
+}
+
+}  // namespace marlo::app

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "marlo/extract.h"
+#include "marlo/progress.h"
+#include "marlo/project.h"
+
+namespace marlo::app {
+
+struct MatchOptions {
+    /// Which photographs to match: "all", "sequence:K" (each with the K that follow it by name), or
+    /// "list:FILE" (a line for each pair: two names, in quotation marks where they hold spaces).
+    std::string pairs = "all";
+    std::string matcher = "DistFracMutual";
+    std::optional<float> ratio;  ///< of the ratio test, where the matcher has one
+    int threads = 0;             ///< 0: as many as there are
+    bool force = false;          ///< also what is done already
+};
+
+/// Matches pairs of photographs that have features, each pair in one transaction.
+/// @throws ProjectError, OutOfSpace; std::runtime_error if an option cannot be met or a list of
+///         pairs cannot be read.
+Outcome match(const MatchOptions& options, Project& project, Progress& progress);
+
+struct VerifyOptions {
+    double error = 2.0;     ///< pixels that an inlier may lie from its epipolar line or its place
+    int leastInliers = 15;  ///< fewer are none
+    int threads = 0;        ///< 0: as many as there are
+    bool force = false;     ///< also what is done already
+};
+
+/// Finds, for every matched pair, the fundamental matrix and the homography that most matches agree
+/// with (MAGSAC++, D. Barath et al., CVPR 2020) and keeps the matches that do. The same matches
+/// give the same geometry.
+/// @throws ProjectError, OutOfSpace.
+Outcome verify(const VerifyOptions& options, Project& project, Progress& progress);
+
+/// The geometry of one pair.
+VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Keypoint>& second,
+                        const MatchList& matches, const VerifyOptions& options);
+
+}  // namespace marlo::app

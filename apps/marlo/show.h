@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "marlo/progress.h"
+#include "marlo/project.h"
+
+namespace marlo::app {
+
+/// Draws the keypoints of a photograph into a picture file (its ending says of what kind).
+/// Functions here throw std::runtime_error if the project has no such photograph or pair, if a
+/// photograph cannot be read any more, or if the picture cannot be written.
+void showKeypoints(const Project& project, const std::string& name,
+                   const std::filesystem::path& picture);
+/// Draws how densely keypoints lie on a photograph.
+void showCoverage(const Project& project, const std::string& name,
+                  const std::filesystem::path& picture);
+/// Draws the matches of two photographs.
+void showMatches(const Project& project, const std::string& firstName,
+                 const std::string& secondName, const std::filesystem::path& picture);
+
+/// Pictures of a whole project in `folder`: keypoints and coverage of the first photographs,
+/// matches of the pairs with most verified matches, up to `most` of each. Returns the files.
+std::vector<std::filesystem::path> showProject(const Project& project,
+                                               const std::filesystem::path& folder,
+                                               std::size_t most, Progress& progress);
+
+}  // namespace marlo::app

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <opencv2/calib3d.hpp>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "libfeatures/version.h"
+#include "marlo/interruption.h"
+#include "marlo/match.h"
+#include "marlo/ordered_work.h"
+#include "support/system.h"
+
+namespace marlo::app {
+namespace {
+
+// COLMAP's names of two-view geometries.
+constexpr int kDegenerate = 1;
+constexpr int kUncalibrated = 3;
+constexpr int kPlanarOrPanoramic = 6;
+
+constexpr double kConfidence = 0.9999;
+constexpr int kMostIterations = 10000;
+// So many of a fundamental matrix's inliers must one homography explain for the pair to show a
+// plane, or no parallax.
+constexpr double kPlanarShare = 0.8;
+
+struct Model {
+    Eigen::Matrix3d matrix = Eigen::Matrix3d::Zero();
+    std::vector<Eigen::Index> inliers;
+};
+
+Model model(const cv::Mat& matrix, const std::vector<unsigned char>& agrees) {
+    Model found;
+    if (matrix.rows != 3 || matrix.cols != 3 || matrix.depth() != CV_64F) return found;
+    for (int row = 0; row < 3; ++row) {
+        for (int col = 0; col < 3; ++col) found.matrix(row, col) = matrix.at<double>(row, col);
+    }
+    if (!found.matrix.allFinite()) return {};
+    for (std::size_t i = 0; i < agrees.size(); ++i) {
+        if (agrees[i] != 0) found.inliers.push_back(static_cast<Eigen::Index>(i));
+    }
+    return found;
+}
+
+// Robust estimation draws from a generator that begins anew with every call.
+template <typename Estimate>
+Model estimated(const Estimate& estimate) {
+    std::vector<unsigned char> agrees;
+    try {
+        const cv::Mat matrix = estimate(agrees);
+        return model(matrix, agrees);
+    } catch (const cv::Exception&) {
+        return {};  // too few matches, or all of them in one place
+    }
+}
+
+}  // namespace
+
+VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Keypoint>& second,
+                        const MatchList& matches, const VerifyOptions& options) {
+    VerifiedPair verified;
+    verified.inliers.resize(0, 2);
+    if (matches.rows() < options.leastInliers) return verified;
+    std::vector<cv::Point2d> from;
+    std::vector<cv::Point2d> to;
+    for (Eigen::Index i = 0; i < matches.rows(); ++i) {
+        const Keypoint& a = first[matches(i, 0)];
+        const Keypoint& b = second[matches(i, 1)];
+        from.emplace_back(a.x, a.y);
+        to.emplace_back(b.x, b.y);
+    }
+    const Model epipolar = estimated([&](std::vector<unsigned char>& agrees) {
+        return cv::findFundamentalMat(from, to, cv::USAC_MAGSAC, options.error, kConfidence,
+                                      kMostIterations, agrees);
+    });
+    const Model planar = estimated([&](std::vector<unsigned char>& agrees) {
+        return cv::findHomography(from, to, cv::USAC_MAGSAC, options.error, agrees, kMostIterations,
+                                  kConfidence);
+    });
+    const auto least = static_cast<std::size_t>(options.leastInliers);
+    const bool isPlanar = planar.inliers.size() >= least &&
+                          static_cast<double>(planar.inliers.size()) >=
+                              kPlanarShare * static_cast<double>(epipolar.inliers.size());
+    const Model& kept =
+        isPlanar && planar.inliers.size() > epipolar.inliers.size() ? planar : epipolar;
+    if (kept.inliers.size() < least) return verified;
+    verified.config = isPlanar ? kPlanarOrPanoramic : kUncalibrated;
+    verified.fundamental = epipolar.matrix;
+    verified.homography = planar.matrix;
+    verified.inliers.resize(static_cast<Eigen::Index>(kept.inliers.size()), 2);
+    for (std::size_t i = 0; i < kept.inliers.size(); ++i) {
+        verified.inliers.row(static_cast<Eigen::Index>(i)) = matches.row(kept.inliers[i]);
+    }
+    return verified;
+}
+
+Outcome verify(const VerifyOptions& options, Project& project, Progress& progress) {
+    const std::string stamp = nlohmann::json({{"error", options.error},
+                                              {"least_inliers", options.leastInliers},
+                                              {"library", libraryVersion()}})
+                                  .dump();
+    const std::vector<Pair> pairs = project.pairs();
+    std::vector<Pair> wanted;
+    Outcome outcome;
+    for (const Pair& pair : pairs) {
+        if (!options.force && pair.inliers && pair.verifyStamp == stamp) {
+            ++outcome.skipped;
+        } else {
+            wanted.push_back(pair);
+        }
+    }
+    // Positions only; rows are not needed, so all photographs' fit.
+    std::map<std::int64_t, std::vector<Keypoint>> keypoints;
+    for (const Pair& pair : wanted) {
+        for (const std::int64_t id : {pair.first, pair.second}) {
+            if (keypoints.count(id) == 0) keypoints[id] = project.features(id).keypoints;
+        }
+    }
+    const int cvThreads = cv::getNumThreads();
+    cv::setNumThreads(1);
+    std::vector<MatchList> matches;
+    for (const Pair& pair : wanted) {
+        matches.push_back(project.matches(pair.first, pair.second).matches);
+    }
+    const int threads = options.threads > 0 ? options.threads : system::noLogicalCPUs();
+    progress.begin("verify", "pairs", wanted.size());
+    workInOrder(
+        wanted.size(), static_cast<std::size_t>(threads),
+        [&](std::size_t i) {
+            return verifyPair(keypoints.at(wanted[i].first), keypoints.at(wanted[i].second),
+                              matches[i], options);
+        },
+        [&](std::size_t i, VerifiedPair&& verified) {
+            project.putGeometry(wanted[i].first, wanted[i].second, verified, stamp);
+            ++outcome.done;
+            progress.advance();
+        },
+        [] { return interruption() != 0; });
+    progress.end();
+    cv::setNumThreads(cvThreads);
+    outcome.interrupted = interruption() != 0;
+    return outcome;
+}
+
+}  // namespace marlo::app

@@ -77,7 +77,7 @@ thread_local std::string loggedErrors;
 
 void listenToErrors() {
     log::defaultLogSource().setSink([](const log::Line& line) {
-        if (static_cast<int>(line.level) < 7) return;
+        if (line.level < log::Level::Error) return;
         if (!loggedErrors.empty()) loggedErrors += "; ";
         loggedErrors += line.text;
     });
@@ -122,20 +122,20 @@ WorkingImage workingImage(FloatImage&& grey, int longestSide) {
 
 // From what the detector says of a smaller image to pixels of the photograph. Resizing keeps the
 // image's outer edges, so pixel centres move; and rounding makes the two sides differ a little.
-void toPhotograph(const WorkingImage& working, std::vector<Keypoint>& keypoints) {
-    if (working.scale == 1.0) return;
-    for (Keypoint& keypoint : keypoints) {
-        const double x = static_cast<double>(keypoint.x) * working.scale;
-        const double y = static_cast<double>(keypoint.y) * working.scale;
-        keypoint.x = static_cast<float>((x + 0.5) * working.xFactor - 0.5);
-        keypoint.y = static_cast<float>((y + 0.5) * working.yFactor - 0.5);
-    }
+cv::Point2d inPhotograph(const WorkingImage& working, const Keypoint& keypoint) {
+    const auto x = static_cast<double>(keypoint.x);
+    const auto y = static_cast<double>(keypoint.y);
+    if (working.scale == 1.0) return {x, y};
+    return {(x * working.scale + 0.5) * working.xFactor - 0.5,
+            (y * working.scale + 0.5) * working.yFactor - 0.5};
 }
 
-void removeMasked(const cv::Mat& mask, std::vector<Keypoint>& keypoints) {
+void removeMasked(const cv::Mat& mask, const WorkingImage& working,
+                  std::vector<Keypoint>& keypoints) {
     const auto isMasked = [&](const Keypoint& keypoint) {
-        const int col = std::clamp(static_cast<int>(std::lround(keypoint.x)), 0, mask.cols - 1);
-        const int row = std::clamp(static_cast<int>(std::lround(keypoint.y)), 0, mask.rows - 1);
+        const cv::Point2d point = inPhotograph(working, keypoint);
+        const int col = std::clamp(static_cast<int>(std::lround(point.x)), 0, mask.cols - 1);
+        const int row = std::clamp(static_cast<int>(std::lround(point.y)), 0, mask.rows - 1);
         return mask.at<std::uint8_t>(row, col) == 0;
     };
     keypoints.erase(std::remove_if(keypoints.begin(), keypoints.end(), isMasked), keypoints.end());
@@ -216,7 +216,7 @@ private:
         std::vector<Keypoint> found;
         controller.detect(working.image, found);
         throwLoggedErrors();
-        if (!mask.empty()) removeMasked(mask, found);
+        if (!mask.empty()) removeMasked(mask, working, found);
         Features& features = extracted.features;
         if (!found.empty()) {
             controller.select(found, features.keypoints);
@@ -227,7 +227,11 @@ private:
             controller.compute(working.image, features.keypoints, features.rows);
             throwLoggedErrors();
         }
-        toPhotograph(working, features.keypoints);
+        for (Keypoint& keypoint : features.keypoints) {
+            const cv::Point2d point = inPhotograph(working, keypoint);
+            keypoint.x = static_cast<float>(point.x);
+            keypoint.y = static_cast<float>(point.y);
+        }
         if (options_.features == "sift") extracted.bytes = siftBytesForColmap(features.rows);
     }
 
@@ -289,7 +293,6 @@ void checkFeatures(const ExtractOptions& options, Project& project) {
                            ". Use another project folder (-o), or --force to replace them all.");
     }
     project.putSetting("features", options.features);
-    project.putSetting("orientation", options.applyOrientation ? "applied" : "ignored");
     project.putSetting("ldah_tables", std::string(ldahTablesIdentifier()));
 }
 
@@ -329,8 +332,8 @@ std::uint64_t parseMemory(const std::string& text) {
 Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Project& project,
                 Progress& progress) {
     controllerKey(options.features);
-    checkFeatures(options, project);
     const PhotographFiles files = belowProjectFolder(given, project);
+    checkFeatures(options, project);
     std::vector<std::string> names;
     for (const PhotographFile& file : files.files) names.push_back(file.name);
     const std::vector<Photograph> photographs = project.addPhotographs(names);
@@ -357,7 +360,10 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
         } else if (!extracted.failure.empty()) {
             ++outcome.failed;
             outOfMemory = outOfMemory || extracted.outOfMemory;
-            project.putFailure(photograph, extracted.failure);
+            // What was done before, from another content or with other parameters, stays.
+            if (photograph.status != PhotographStatus::done) {
+                project.putFailure(photograph, extracted.failure);
+            }
             progress.report(
                 "failed: " + names[i] + ": " + extracted.failure,
                 {{"event", "failed"}, {"name", names[i]}, {"reason", extracted.failure}});

@@ -34,7 +34,8 @@ json info() {
             {"matchers", kMatchers},
             {"export_formats", kExportFormats},
             {"limits",
-             {{"image_rows_and_columns", (1 << 30) - 1},
+             {{"image_rows_and_columns", 1 << 20},
+              {"image_pixels", 1 << 30},
               {"memory_per_pixel_bytes", 64},
               {"descriptor_bytes_per_photograph", 1'000'000'000}}}};
 }
@@ -58,14 +59,14 @@ std::string infoText(const json& info) {
     for (const auto& [step, kernel] : info["kernels"].items()) {
         text << "    " << step << ": " << kernel.get<std::string>() << "\n";
     }
-    text
-        << "features     " << list(info["features"]) << "\n"
-        << "selectors    " << list(info["selectors"]) << "\n"
-        << "matchers     " << list(info["matchers"]) << "\n"
-        << "export to    " << list(info["export_formats"]) << "\n"
-        << "limits       images of less than 2^30 rows and columns, 64 bytes of memory a pixel, "
-           "and\n"
-        << "             1,000,000,000 bytes of descriptors a photograph (1.9 million SIFT rows)\n";
+    text << "features     " << list(info["features"]) << "\n"
+         << "selectors    " << list(info["selectors"]) << "\n"
+         << "matchers     " << list(info["matchers"]) << "\n"
+         << "export to    " << list(info["export_formats"]) << "\n"
+         << "limits       images of up to 2^20 rows and columns and 2^30 pixels, 64 bytes of "
+            "memory a\n"
+         << "             pixel, 1,000,000,000 bytes of descriptors a photograph (1.9 million SIFT "
+            "rows)\n";
     return text.str();
 }
 

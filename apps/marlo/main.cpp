@@ -7,6 +7,7 @@
 #include <iostream>
 #include <new>
 #include <nlohmann/json.hpp>
+#include <opencv2/core/utils/logger.hpp>
 #include <stdexcept>
 
 #include "libfeatures/base/registration.h"
@@ -61,16 +62,15 @@ int exitCode(const Outcome& outcome) {
     return outcome.done + outcome.skipped == 0 ? kNothingUsable : kSomeFailed;
 }
 
-Outcome extractPhotographs(Arguments& arguments, Project& project, const PhotographFiles& files,
-                           Progress& progress) {
+// Before anything is written.
+void checkExtractArguments(Arguments& arguments) {
     if (!arguments.memory.empty()) arguments.extract.memory = parseMemory(arguments.memory);
     if (!arguments.masks.empty()) {
         if (!std::filesystem::is_directory(arguments.masks)) {
-            throw std::runtime_error("--mask-dir " + arguments.masks + " is not a folder");
+            throw std::invalid_argument("--mask-dir " + arguments.masks + " is not a folder");
         }
         arguments.extract.masks = arguments.masks;
     }
-    return extract(files, arguments.extract, project, progress);
 }
 
 void reportOutcome(const std::string& what, const Outcome& outcome, Progress& progress) {
@@ -87,16 +87,17 @@ void reportOutcome(const std::string& what, const Outcome& outcome, Progress& pr
 }
 
 int runExtract(Arguments& arguments, Progress& progress) {
+    checkExtractArguments(arguments);
     const PhotographFiles files = findPhotographs(arguments.photographs);
     Project project(arguments.folder, Project::Access::write);
-    const Outcome outcome = extractPhotographs(arguments, project, files, progress);
+    const Outcome outcome = extract(files, arguments.extract, project, progress);
     reportOutcome("extract", outcome, progress);
     writeSummary(project);
     return exitCode(outcome);
 }
 
 int runMatch(Arguments& arguments, Progress& progress) {
-    Project project(arguments.folder, Project::Access::write);
+    Project project(arguments.folder, Project::Access::update);
     const Outcome outcome = match(arguments.match, project, progress);
     reportOutcome("match", outcome, progress);
     writeSummary(project);
@@ -104,7 +105,7 @@ int runMatch(Arguments& arguments, Progress& progress) {
 }
 
 int runVerify(Arguments& arguments, Progress& progress) {
-    Project project(arguments.folder, Project::Access::write);
+    Project project(arguments.folder, Project::Access::update);
     const Outcome outcome = verify(arguments.verify, project, progress);
     reportOutcome("verify", outcome, progress);
     writeSummary(project);
@@ -112,12 +113,17 @@ int runVerify(Arguments& arguments, Progress& progress) {
 }
 
 int runAll(Arguments& arguments, Progress& progress) {
+    checkExtractArguments(arguments);
+    check(arguments.match, arguments.extract.features);
     const PhotographFiles files = findPhotographs(arguments.photographs);
     Project project(arguments.folder, Project::Access::write);
-    const Outcome extracted = extractPhotographs(arguments, project, files, progress);
+    const Outcome extracted = extract(files, arguments.extract, project, progress);
     reportOutcome("extract", extracted, progress);
     Outcome whole = extracted;
-    if (interruption() == 0 && extracted.done + extracted.skipped > 0) {
+    if (extracted.done + extracted.skipped == 1) {
+        progress.warning("one photograph has no pairs");
+    }
+    if (interruption() == 0 && extracted.done + extracted.skipped > 1) {
         const Outcome matched = match(arguments.match, project, progress);
         reportOutcome("match", matched, progress);
         whole.failed += matched.failed;
@@ -159,10 +165,9 @@ int runShow(const Arguments& arguments, const std::string& kind, Progress& progr
     const Project project(arguments.folder, Project::Access::read);
     std::string file = kind;
     for (const std::string& name : arguments.names) file += ' ' + name;
-    std::replace(file.begin(), file.end(), '/', '_');
     const std::filesystem::path picture =
         arguments.picture.empty()
-            ? std::filesystem::path(arguments.folder) / "pictures" / (file + ".png")
+            ? std::filesystem::path(arguments.folder) / "pictures" / (pictureName(file) + ".png")
             : std::filesystem::path(arguments.picture);
     if (kind == "matches") {
         showMatches(project, arguments.names[0], arguments.names[1], picture);
@@ -446,6 +451,8 @@ int main(int argc, char** argv) {
     marlo::registerMainDescriptorMatchers();
     marlo::registerMainKeypointSelectors();
     marlo::registerMainTransforms();
+    // What it says of a damaged file is in the file's reason.
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     marlo::app::watchForInterruption();
     marlo::app::CommandLine commandLine;
     return commandLine.run(argc, argv);

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <fstream>
 #include <iomanip>
+#include <limits>
 #include <list>
 #include <map>
 #include <memory>
@@ -37,8 +38,8 @@ int sequenceLength(const std::string& text) {
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, length);
     if (error != std::errc() || rest != end || length < 1) {
-        throw std::runtime_error("--pairs sequence:K needs a whole number above 0, not '" + text +
-                                 "'");
+        throw std::invalid_argument("--pairs sequence:K needs a whole number above 0, not '" +
+                                    text + "'");
     }
     return length;
 }
@@ -73,14 +74,22 @@ std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photo
     return pairs;
 }
 
-std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograph>& all) {
-    if (kind.rfind("list:", 0) == 0) return pairsOfList(kind.substr(5), all);
-    std::size_t length = all.size();
+bool isList(const std::string& kind) {
+    return kind.rfind("list:", 0) == 0;
+}
+
+// How many of the photographs that follow by name one is matched with, by a kind that is no list.
+std::size_t reach(const std::string& kind) {
+    if (kind == "all") return std::numeric_limits<std::size_t>::max();
     if (kind.rfind("sequence:", 0) == 0) {
-        length = static_cast<std::size_t>(sequenceLength(kind.substr(9)));
-    } else if (kind != "all") {
-        throw std::runtime_error("--pairs is all, sequence:K or list:FILE, not '" + kind + "'");
+        return static_cast<std::size_t>(sequenceLength(kind.substr(9)));
     }
+    throw std::invalid_argument("--pairs is all, sequence:K or list:FILE, not '" + kind + "'");
+}
+
+std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograph>& all) {
+    if (isList(kind)) return pairsOfList(kind.substr(5), all);
+    const std::size_t length = reach(kind);
     std::set<PairOfIds> pairs;
     for (std::size_t i = 0; i < all.size(); ++i) {
         for (std::size_t j = i + 1; j < all.size() && j - i <= length; ++j) {
@@ -152,6 +161,20 @@ std::unique_ptr<IDescriptorMatcher> makeMatcher(const MatchOptions& options) {
     return matcher;
 }
 
+// Why the rows of two photographs cannot be compared; empty if they can.
+std::string incomparable(const Photograph& first, const Photograph& second) {
+    const auto made = [](const Photograph& photograph, const char* key) {
+        return nlohmann::json::parse(photograph.stamp).value(key, "");
+    };
+    if (made(first, "features") != made(second, "features")) {
+        return "one has SIFT and the other LDAH rows; extract both anew (--force)";
+    }
+    if (made(first, "tables") != made(second, "tables")) {
+        return "their LDAH codes are of different tables; extract both anew (--force)";
+    }
+    return "";
+}
+
 PairMatches matchPair(const IDescriptorMatcher& matcher, const Features& first,
                       const Features& second) {
     PairMatches found;
@@ -171,8 +194,28 @@ PairMatches matchPair(const IDescriptorMatcher& matcher, const Features& first,
 
 }  // namespace
 
+void check(const MatchOptions& options, const std::string& features) {
+    if (!isList(options.pairs)) reach(options.pairs);
+    const bool mutualOnly = options.matcher == "LeftRight";
+    if (mutualOnly && features == "sift") {
+        throw std::invalid_argument(
+            "--matcher LeftRight is for LDAH codes; SIFT features need "
+            "DistFracMutual or DistFrac");
+    }
+    if (mutualOnly && options.ratio) {
+        throw std::invalid_argument("--matcher LeftRight has no ratio test: leave --ratio out");
+    }
+}
+
 Outcome match(const MatchOptions& options, Project& project, Progress& progress) {
+    check(options, project.setting("features").value_or(""));
     const std::vector<Photograph> photographs = withFeatures(project);
+    if (photographs.size() < 2) {
+        throw std::runtime_error("The project " + project.folder().string() + " has " +
+                                 std::to_string(photographs.size()) +
+                                 " photographs with features; two are needed for a pair. Add some "
+                                 "with `marlo extract`.");
+    }
     const std::set<PairOfIds> wanted = pairsOf(options.pairs, photographs);
     const std::unique_ptr<IDescriptorMatcher> matcher = makeMatcher(options);
     std::map<std::int64_t, const Photograph*> byId;
@@ -202,10 +245,9 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
         }
         const std::shared_ptr<const Features> first = cache.get(pair.first);
         const std::shared_ptr<const Features> second = cache.get(pair.second);
-        const bool sameForm = first->rows.type() == second->rows.type();
-        if (!sameForm && first->rows.rows > 0 && second->rows.rows > 0) {
+        const std::string reason = incomparable(*byId[pair.first], *byId[pair.second]);
+        if (!reason.empty()) {
             ++outcome.failed;
-            const std::string reason = "one has SIFT and the other LDAH rows; extract both anew";
             const std::string names = byId[pair.first]->name + " and " + byId[pair.second]->name;
             progress.report("failed: " + names + ": " + reason,
                             {{"event", "failed"}, {"name", names}, {"reason", reason}});

@@ -20,9 +20,13 @@ struct MatchOptions {
     bool force = false;          ///< also what is done already
 };
 
+/// What can be wrong with the options before anything is done. `features` is "sift" or "ldah".
+/// @throws std::invalid_argument with a sentence for the user.
+void check(const MatchOptions& options, const std::string& features);
+
 /// Matches pairs of photographs that have features, each pair in one transaction.
-/// @throws ProjectError, OutOfSpace; std::runtime_error if an option cannot be met or a list of
-///         pairs cannot be read.
+/// @throws ProjectError, OutOfSpace; std::invalid_argument as check(); std::runtime_error if a list
+///         of pairs cannot be read or there are no two photographs with features.
 Outcome match(const MatchOptions& options, Project& project, Progress& progress);
 
 struct VerifyOptions {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <variant>
@@ -16,7 +17,8 @@ namespace marlo::app {
 /// Calls produce(i) for i = 0 ... count - 1 on `workers` threads, and consume(i, result) for each
 /// in this order on the calling thread. Workers run ahead by a few results at most. Once stop() is
 /// true, asked before each item, no further item begins; those begun are consumed. Returns how many
-/// have been. An exception of produce or consume ends the work the same way and is then thrown.
+/// have been. After an exception of produce or consume no further item begins, those begun are
+/// dropped, and the first exception is thrown.
 template <typename Produce, typename Consume, typename Stop>
 std::size_t workInOrder(std::size_t count, std::size_t workers, const Produce& produce,
                         const Consume& consume, const Stop& stop) {
@@ -52,7 +54,14 @@ std::size_t workInOrder(std::size_t count, std::size_t workers, const Produce& p
         }
     };
     std::vector<std::thread> threads;
-    for (std::size_t w = 0; w < workers; ++w) threads.emplace_back(work);
+    for (std::size_t w = 0; w < workers; ++w) {
+        try {
+            threads.emplace_back(work);
+        } catch (const std::system_error&) {
+            if (threads.empty()) throw;
+            break;  // the system has no more; those that there are do the work
+        }
+    }
 
     std::exception_ptr failure;
     for (;;) {

@@ -10,7 +10,9 @@
 #include <cstring>
 #include <exiv2/exiv2.hpp>
 #include <fstream>
+#include <limits>
 #include <mutex>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <set>
@@ -31,22 +33,26 @@ bool hasImageEnding(const fs::path& path) {
 }
 
 std::vector<unsigned char> readFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
     if (!file) throw std::runtime_error("cannot be read: " + std::string(std::strerror(errno)));
-    std::vector<unsigned char> content((std::istreambuf_iterator<char>(file)), {});
-    if (file.bad()) throw std::runtime_error("cannot be read to its end");
-    if (content.empty()) throw std::runtime_error("is empty (0 bytes)");
+    const std::streamoff size = file.tellg();
+    if (size == 0) throw std::runtime_error("is empty (0 bytes)");
+    constexpr std::streamoff kMostBytes = std::numeric_limits<int>::max();  // that OpenCV decodes
+    if (size > kMostBytes) {
+        throw std::runtime_error("has " + std::to_string(size) +
+                                 " bytes; files of up to 2,147,483,647 can be decoded");
+    }
+    std::vector<unsigned char> content(static_cast<std::size_t>(std::max<std::streamoff>(size, 0)));
+    file.seekg(0);
+    file.read(reinterpret_cast<char*>(content.data()), size);
+    if (!file || size < 0) throw std::runtime_error("cannot be read to its end");
     return content;
 }
 
 std::string hashOf(const std::vector<unsigned char>& content) {
     QCryptographicHash hash(QCryptographicHash::Sha256);
-    constexpr std::size_t kPiece = std::size_t{1} << 30;  // Qt 5 counts in int
-    for (std::size_t at = 0; at < content.size(); at += kPiece) {
-        const std::size_t size = std::min(kPiece, content.size() - at);
-        hash.addData(QByteArray::fromRawData(reinterpret_cast<const char*>(content.data() + at),
-                                             static_cast<int>(size)));
-    }
+    hash.addData(QByteArray::fromRawData(reinterpret_cast<const char*>(content.data()),
+                                         static_cast<int>(content.size())));
     return hash.result().toHex().toStdString();
 }
 
@@ -58,7 +64,6 @@ bool isJpeg(const std::vector<unsigned char>& content) {
 // grey, and keypoints would be found in that.
 bool jpegIsWhole(const std::vector<unsigned char>& content) {
     std::size_t at = 2;
-    bool inScan = false;
     while (at + 1 < content.size()) {
         if (content[at] != 0xFF) {
             ++at;  // pixels, or bytes between segments that nobody minds
@@ -68,12 +73,11 @@ bool jpegIsWhole(const std::vector<unsigned char>& content) {
         if (marker == 0xD9) return true;
         const bool standsAlone = marker == 0x00 || marker == 0x01 || marker == 0xFF ||
                                  (marker >= 0xD0 && marker <= 0xD8);
-        if (standsAlone || (inScan && marker == 0x00)) {
+        if (standsAlone) {
             at += marker == 0xFF ? 1 : 2;
             continue;
         }
         if (at + 3 >= content.size()) return false;
-        inScan = marker == 0xDA;
         at += 2U + (static_cast<std::size_t>(content[at + 2]) << 8U) + content[at + 3];
     }
     return false;
@@ -115,11 +119,24 @@ double focalLengthInPixels(const Exiv2::ExifData& exif, int longerSide) {
     if (onFilm > 0.0) return onFilm / 36.0 * longerSide;
     const double millimetres = numberOf(exif, "Exif.Photo.FocalLength");
     const double resolution = numberOf(exif, "Exif.Photo.FocalPlaneXResolution");
-    const double photographed = numberOf(exif, "Exif.Photo.PixelXDimension");
+    const double photographed = std::max(numberOf(exif, "Exif.Photo.PixelXDimension"),
+                                         numberOf(exif, "Exif.Photo.PixelYDimension"));
     if (millimetres <= 0.0 || resolution <= 0.0) return 0.0;
-    constexpr double kCentimetre = 3.0;  // of the unit's codes; 2, or nothing, is an inch
-    const double unit =
-        numberOf(exif, "Exif.Photo.FocalPlaneResolutionUnit") == kCentimetre ? 10.0 : 25.4;
+    double unit = 0.0;  // in millimetres
+    switch (static_cast<int>(numberOf(exif, "Exif.Photo.FocalPlaneResolutionUnit"))) {
+        case 0:  // not said
+        case 2:
+            unit = 25.4;
+            break;
+        case 3:
+            unit = 10.0;
+            break;
+        case 4:
+            unit = 1.0;
+            break;
+        default:
+            return 0.0;
+    }
     const double shrunk = photographed > 0.0 ? longerSide / photographed : 1.0;
     return millimetres * resolution / unit * shrunk;
 }
@@ -151,6 +168,12 @@ cv::Mat decode(const std::vector<unsigned char>& content) {
     try {
         image = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
     } catch (const cv::Exception& error) {
+        if (error.code == cv::Error::StsNoMem) throw std::bad_alloc();
+        if (error.err.find("CV_IO_MAX_IMAGE") != std::string::npos) {
+            throw std::runtime_error(
+                "is too large: images of up to 2^20 rows and columns and 2^30 "
+                "pixels can be decoded");
+        }
         throw std::runtime_error("cannot be decoded: " + error.err);
     }
     if (image.empty())
@@ -244,7 +267,12 @@ PhotographFiles findPhotographs(const std::vector<std::string>& arguments) {
         }
         bases.push_back(path);
         try {
-            for (const auto& entry : fs::recursive_directory_iterator(path)) {
+            for (fs::recursive_directory_iterator at(path), end; at != end; ++at) {
+                const fs::directory_entry& entry = *at;
+                // A project's pictures are no photographs.
+                if (entry.is_directory() && fs::exists(entry.path() / "database.db")) {
+                    at.disable_recursion_pending();
+                }
                 if (entry.is_regular_file() && hasImageEnding(entry.path())) {
                     found.insert(entry.path());
                 }
@@ -310,7 +338,9 @@ Preview readPreview(const fs::path& path, int longestSide, const DecodeOptions& 
     const int longer = std::max(image.rows, image.cols);
     if (longer > longestSide) {
         preview.scale = static_cast<double>(longestSide) / longer;
-        cv::resize(image, image, {}, preview.scale, preview.scale, cv::INTER_AREA);
+        const cv::Size size(std::max(1, static_cast<int>(std::lround(preview.scale * image.cols))),
+                            std::max(1, static_cast<int>(std::lround(preview.scale * image.rows))));
+        cv::resize(image, image, size, 0.0, 0.0, cv::INTER_AREA);
     }
     const double most = image.depth() == CV_8U ? 255.0 : image.depth() == CV_16U ? 65535.0 : 1.0;
     image.convertTo(image, CV_8U, 255.0 / most);
@@ -327,7 +357,15 @@ cv::Mat readMask(const fs::path& path, Eigen::Index rows, Eigen::Index cols) {
     } catch (const std::runtime_error& error) {
         throw std::runtime_error("the mask " + path.string() + " " + error.what());
     }
-    if (mask.channels() > 1) cv::extractChannel(mask, mask, 0);
+    if (mask.channels() > 1) {
+        std::vector<cv::Mat> channels;
+        cv::split(mask, channels);
+        mask = channels[0];
+        // Alpha is no colour.
+        for (std::size_t c = 1; c < std::min<std::size_t>(channels.size(), 3); ++c) {
+            mask = cv::max(mask, channels[c]);
+        }
+    }
     if (mask.rows != rows || mask.cols != cols) {
         throw std::runtime_error("the mask " + path.string() + " has " + std::to_string(mask.cols) +
                                  " x " + std::to_string(mask.rows) + " pixels, the photograph " +

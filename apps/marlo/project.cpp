@@ -50,7 +50,6 @@ CREATE TABLE IF NOT EXISTS matches(
 CREATE TABLE IF NOT EXISTS two_view_geometries(
     pair_id INTEGER PRIMARY KEY NOT NULL, rows INTEGER NOT NULL, cols INTEGER NOT NULL, data BLOB,
     config INTEGER NOT NULL, F BLOB, E BLOB, H BLOB, qvec BLOB, tvec BLOB);
-PRAGMA user_version = 3800;
 )";
 
 constexpr const char* kOwnTables = R"(
@@ -69,7 +68,7 @@ CREATE TABLE IF NOT EXISTS marlo_features(
     FOREIGN KEY(image_id) REFERENCES images(image_id) ON DELETE CASCADE);
 CREATE TABLE IF NOT EXISTS marlo_pairs(
     pair_id INTEGER PRIMARY KEY NOT NULL, first INTEGER NOT NULL, second INTEGER NOT NULL,
-    scores BLOB, match_stamp TEXT NOT NULL, verify_stamp TEXT NOT NULL, seconds REAL);
+    scores BLOB, match_stamp TEXT NOT NULL, verify_stamp TEXT NOT NULL);
 CREATE INDEX IF NOT EXISTS marlo_pairs_second ON marlo_pairs(second);
 CREATE INDEX IF NOT EXISTS marlo_pairs_first ON marlo_pairs(first);
 )";
@@ -282,7 +281,8 @@ struct Project::State {
             lock->getLockInfo(&process, &host, &program)) {
             throw ProjectError("Another marlo (process " + std::to_string(process) + " on " +
                                host.toStdString() + ") works on the project " + folder.string() +
-                               ". Wait until it has finished, or use another folder (-o).");
+                               ". Wait until it has finished, or use another folder (-o). If none "
+                               "is running there, delete marlo.lock.");
         }
         throw ProjectError("Cannot write in the folder " + folder.string() +
                            ": no lock file could be made. Is it writable, and is there space?");
@@ -309,13 +309,13 @@ struct Project::State {
     }
 
     void open(Access access) {
-        const bool write = access == Access::write;
-        if (write) takeLock();
-        if (!write && !std::filesystem::exists(file())) {
+        const bool write = access != Access::read;
+        if (access != Access::write && !std::filesystem::exists(file())) {
             throw ProjectError("There is no project in " + folder.string() +
                                ": database.db is missing. Begin with `marlo extract PHOTOS -o " +
                                folder.string() + "`.");
         }
+        if (write) takeLock();
         try {
             database = std::make_unique<SQLite::Database>(
                 file(),
@@ -327,6 +327,8 @@ struct Project::State {
             // A reader never waits, and a killed process leaves whole transactions.
             database->exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
             SQLite::Transaction whole(*database);
+            // A later COLMAP may have upgraded its tables, and says so there.
+            if (!database->tableExists("images")) database->exec("PRAGMA user_version = 3800");
             database->exec(kColmapTables);
             database->exec(kOwnTables);
             database->exec("INSERT OR IGNORE INTO marlo_settings VALUES('format', '" +
@@ -345,7 +347,9 @@ struct Project::State {
                      static_cast<int>(camera.focalLengthKnown), camera.device);
         if (!camera.device.empty() && find.executeStep()) return find.getColumn(0).getInt64();
         const double params[4] = {camera.focalLength, camera.width / 2.0, camera.height / 2.0, 0.0};
-        SQLite::Statement add(db, "INSERT INTO cameras VALUES(NULL, ?, ?, ?, ?, ?)");
+        SQLite::Statement add(db,
+                              "INSERT INTO cameras(model, width, height, params, "
+                              "prior_focal_length) VALUES(?, ?, ?, ?, ?)");
         add.bind(1, kSimpleRadial);
         add.bind(2, camera.width);
         add.bind(3, camera.height);
@@ -362,12 +366,13 @@ struct Project::State {
 
     // Removes a photograph's features and what depends on them.
     static void forget(SQLite::Database& db, std::int64_t image) {
-        const std::string pairs =
-            "(SELECT pair_id FROM marlo_pairs WHERE first = " + std::to_string(image) +
-            " OR second = " + std::to_string(image) + ")";
-        db.exec("DELETE FROM matches WHERE pair_id IN " + pairs);
-        db.exec("DELETE FROM two_view_geometries WHERE pair_id IN " + pairs);
-        db.exec("DELETE FROM marlo_pairs WHERE pair_id IN " + pairs);
+        // By the ids themselves: COLMAP's own matcher may have added pairs.
+        const std::string id = std::to_string(image);
+        const std::string factor = std::to_string(kPairFactor);
+        for (const char* table : {"matches", "two_view_geometries", "marlo_pairs"}) {
+            db.exec("DELETE FROM " + std::string(table) + " WHERE pair_id / " + factor + " = " +
+                    id + " OR pair_id % " + factor + " = " + id);
+        }
         db.exec("DELETE FROM images WHERE image_id = " + std::to_string(image));
         db.exec("DELETE FROM cameras WHERE camera_id NOT IN (SELECT camera_id FROM images)");
     }
@@ -480,13 +485,15 @@ void Project::putFeatures(const Photograph& photograph, const Camera& camera,
         SQLite::bind(image, photograph.id, photograph.name, State::cameraId(db, camera));
         image.exec();
 
-        SQLite::Statement keypoints(db, "INSERT INTO keypoints VALUES(?, ?, 4, ?)");
+        SQLite::Statement keypoints(
+            db, "INSERT INTO keypoints(image_id, rows, cols, data) VALUES(?, ?, 4, ?)");
         keypoints.bind(1, photograph.id);
         keypoints.bind(2, count);
         bindArray(keypoints, 3, colmap);
         keypoints.exec();
 
-        SQLite::Statement descriptors(db, "INSERT INTO descriptors VALUES(?, ?, 128, ?)");
+        SQLite::Statement descriptors(
+            db, "INSERT INTO descriptors(image_id, rows, cols, data) VALUES(?, ?, 128, ?)");
         descriptors.bind(1, photograph.id);
         descriptors.bind(2, descriptorBytes.rows);
         bindArray(descriptors, 3, bytes);
@@ -598,13 +605,13 @@ void Project::putMatches(std::int64_t first, std::int64_t second, const PairMatc
     const std::int64_t id = pairId(first, second);
     state_->transaction([&](SQLite::Database& db) {
         db.exec("DELETE FROM two_view_geometries WHERE pair_id = " + std::to_string(id));
-        SQLite::Statement put(db, "INSERT OR REPLACE INTO matches VALUES(?, ?, 2, ?)");
+        SQLite::Statement put(
+            db, "INSERT OR REPLACE INTO matches(pair_id, rows, cols, data) VALUES(?, ?, 2, ?)");
         put.bind(1, id);
         put.bind(2, static_cast<int>(matches.matches.rows()));
         bindMatches(put, 3, matches.matches);
         put.exec();
-        SQLite::Statement own(db,
-                              "INSERT OR REPLACE INTO marlo_pairs VALUES(?, ?, ?, ?, ?, '', NULL)");
+        SQLite::Statement own(db, "INSERT OR REPLACE INTO marlo_pairs VALUES(?, ?, ?, ?, ?, '')");
         own.bind(1, id);
         own.bind(2, first);
         own.bind(3, second);

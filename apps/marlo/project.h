@@ -97,10 +97,11 @@ struct VerifiedPair {
 /// writing; several may read. An object is used from one thread at a time.
 class Project {
 public:
-    enum class Access { read, write };
+    enum class Access { read, update, write };
 
-    /// Opens the project in `folder`; with Access::write creates what is missing, and holds the
-    /// project's lock until destruction. @throws ProjectError, OutOfSpace.
+    /// Opens the project in `folder`; Access::write creates it where it is missing, the others need
+    /// one. Unless it is for reading only, holds the project's lock until destruction.
+    /// @throws ProjectError, OutOfSpace.
     Project(const std::filesystem::path& folder, Access access);
     ~Project();
     Project(Project&&) noexcept;

@@ -44,7 +44,7 @@ struct Shown {
 Shown shown(const Project& project, const Photograph& photograph, int longestSide) {
     const fs::path path = fs::path(project.setting("photographs").value_or("")) / photograph.name;
     DecodeOptions options;
-    options.applyOrientation = project.setting("orientation") == "applied";
+    options.applyOrientation = nlohmann::json::parse(photograph.stamp).value("orientation", false);
     Shown result;
     try {
         const Preview preview = readPreview(path, longestSide, options);
@@ -81,12 +81,21 @@ void writePicture(const fs::path& path, const cv::Mat& picture) {
     output.commit();
 }
 
-std::string fileName(std::string name) {
-    std::replace(name.begin(), name.end(), '/', '_');
+}  // namespace
+
+std::string pictureName(const std::string& what) {
+    std::string name;
+    for (const char c : what) {
+        if (c == '/') {
+            name += "%2F";
+        } else if (c == '%') {
+            name += "%25";
+        } else {
+            name += c;
+        }
+    }
     return name;
 }
-
-}  // namespace
 
 void showKeypoints(const Project& project, const std::string& name, const fs::path& picture) {
     const Shown photograph = shown(project, withFeatures(project, name), kLongestSide);
@@ -142,8 +151,15 @@ std::vector<fs::path> showProject(const Project& project, const fs::path& folder
     progress.begin("pictures", "pictures", 2 * photographs.size() + pairs.size());
     const auto add = [&](const std::string& file, const auto& write) {
         if (interruption() != 0) return;
-        files.push_back(folder / (fileName(file) + ".jpg"));
-        write(files.back());
+        const fs::path path = folder / (pictureName(file) + ".jpg");
+        try {
+            write(path);
+            files.push_back(path);
+        } catch (const OutOfSpace&) {
+            throw;
+        } catch (const std::exception& error) {
+            progress.warning("no picture of " + file + ": " + error.what());
+        }
         progress.advance();
     };
     for (const Pair& pair : pairs) {

@@ -11,6 +11,10 @@
 
 namespace marlo::app {
 
+/// The name of a picture's file, without ending, for what it shows: a '/' in a photograph's name
+/// becomes "%2F".
+std::string pictureName(const std::string& what);
+
 /// Draws the keypoints of a photograph into a picture file (its ending says of what kind).
 /// Functions here throw std::runtime_error if the project has no such photograph or pair, if a
 /// photograph cannot be read any more, or if the picture cannot be written.
@@ -24,7 +28,8 @@ void showMatches(const Project& project, const std::string& firstName,
                  const std::string& secondName, const std::filesystem::path& picture);
 
 /// Pictures of a whole project in `folder`: keypoints and coverage of the first photographs,
-/// matches of the pairs with most verified matches, up to `most` of each. Returns the files.
+/// matches of the pairs with most verified matches, up to `most` of each. What cannot be
+/// drawn is a warning. Returns the files.
 std::vector<std::filesystem::path> showProject(const Project& project,
                                                const std::filesystem::path& folder,
                                                std::size_t most, Progress& progress);

@@ -40,10 +40,9 @@ json summary(const Project& project) {
             entry["keypoints"] = photograph.keypoints;
             entry["width"] = photograph.width;
             entry["height"] = photograph.height;
-        } else {
-            entry["failed"] = photograph.status == PhotographStatus::failed ? photograph.reason
-                                                                            : "not extracted yet";
         }
+        if (photograph.status == PhotographStatus::failed) entry["failed"] = photograph.reason;
+        if (photograph.status == PhotographStatus::waiting) entry["waiting"] = true;
         all["photographs"].push_back(entry);
     }
     std::vector<Pair> pairs = project.pairs();
@@ -73,6 +72,8 @@ std::string summaryText(const json& summary) {
         text << "| " << photograph["name"].get<std::string>() << " | ";
         if (photograph.contains("failed")) {
             text << "failed: " << photograph["failed"].get<std::string>();
+        } else if (photograph.contains("waiting")) {
+            text << "not extracted yet";
         } else {
             text << photograph["keypoints"].get<int>();
         }

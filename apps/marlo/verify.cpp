@@ -64,6 +64,11 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
     VerifiedPair verified;
     verified.inliers.resize(0, 2);
     if (matches.rows() < options.leastInliers) return verified;
+    if (matches.col(0).maxCoeff() >= first.size() || matches.col(1).maxCoeff() >= second.size()) {
+        throw ProjectError(
+            "The database has matches of keypoints that are not there. Match the "
+            "photographs again (marlo match --force).");
+    }
     std::vector<cv::Point2d> from;
     std::vector<cv::Point2d> to;
     for (Eigen::Index i = 0; i < matches.rows(); ++i) {

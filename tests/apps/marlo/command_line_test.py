@@ -249,6 +249,81 @@ class CommandLineTest(unittest.TestCase):
             self.assertEqual(result.returncode, 0)
             self.assertIn(f"Example: marlo {command}", result.stdout)
 
+    def test_a_matcher_of_codes_refuses_sift_features_and_keeps_what_is_there(self):
+        self.write_photographs(2)
+        self.marlo("run", self.photographs, "-o", self.project)
+        before = self.rows("SELECT * FROM matches")
+        result = self.marlo("match", self.project, "--matcher", "LeftRight")
+        self.assertEqual(result.returncode, 2)
+        self.assertIn("is for LDAH codes", result.stderr)
+        self.assertEqual(self.rows("SELECT * FROM matches"), before)
+
+    def test_wrong_pairs_are_refused_before_anything_is_extracted(self):
+        self.write_photographs(2)
+        result = self.marlo("run", self.photographs, "-o", self.project, "--pairs", "seq:3")
+        self.assertEqual(result.returncode, 2)
+        self.assertFalse(self.project.exists())
+
+    def test_a_project_among_the_photographs_is_not_searched(self):
+        self.write_photographs(2)
+        self.project = self.photographs / "project"
+        for _ in range(2):
+            result = self.marlo("run", self.photographs, "-o", self.project)
+            self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.rows("SELECT COUNT(*) FROM marlo_photographs"), [(2,)])
+
+    def test_commands_that_need_a_project_make_none(self):
+        for command in ("match", "verify"):
+            result = self.marlo(command, self.project)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("There is no project in", result.stderr)
+            self.assertFalse(self.project.exists())
+
+    def test_a_photograph_that_became_unreadable_keeps_what_was_done(self):
+        self.write_photographs(2)
+        self.marlo("run", self.photographs, "-o", self.project)
+        (self.photographs / "1.pgm").write_bytes(b"")
+        result = self.extract()
+        self.assertEqual(result.returncode, 3)
+        self.assertEqual(len(self.rows("SELECT * FROM keypoints")), 2)
+        self.assertEqual(len(self.rows("SELECT * FROM two_view_geometries")), 1)
+
+    def test_pictures_of_similar_names_do_not_meet(self):
+        for name in ("a/b.pgm", "a_b.pgm"):
+            write_pgm(self.photographs / name, texture(1))
+        self.marlo("run", self.photographs, "-o", self.project)
+        self.assertEqual(len(list((self.project / "pictures").glob("*.jpg"))), 5)
+
+    def test_a_picture_that_cannot_be_drawn_is_a_warning(self):
+        self.write_photographs(2)
+        self.extract()
+        (self.photographs / "0.pgm").unlink()
+        result = self.marlo("run", self.photographs, "-o", self.project)
+        self.assertEqual(result.returncode, 0)
+        self.assertIn("warning: no picture of", result.stderr)
+
+    def test_tables_that_a_later_colmap_has_upgraded_are_written_to(self):
+        self.write_photographs(1)
+        self.extract()
+        connection = sqlite3.connect(self.project / "database.db")
+        connection.execute("ALTER TABLE descriptors ADD COLUMN type INTEGER NOT NULL DEFAULT 0")
+        connection.execute("PRAGMA user_version = 4000000")
+        connection.commit()
+        connection.close()
+        self.write_photographs(2)
+        self.assertEqual(self.extract().returncode, 0)
+        self.assertEqual(self.rows("SELECT COUNT(*) FROM descriptors"), [(2,)])
+        self.assertEqual(self.rows("PRAGMA user_version"), [(4000000,)])
+
+    def test_any_colour_of_a_mask_keeps_keypoints(self):
+        self.write_photographs(1)
+        masks = self.folder / "masks"
+        masks.mkdir()
+        yellow = np.tile(np.array([255, 255, 0], np.uint8), (240, 280))
+        write_png(masks / "0.pgm.png", yellow.tolist(), 2)
+        self.assertEqual(self.extract("--mask-dir", masks).returncode, 0)
+        self.assertGreater(self.rows("SELECT rows FROM keypoints")[0][0], 50)
+
     def test_a_folder_without_photographs_exits_with_1(self):
         self.photographs.mkdir()
         (self.photographs / "notes.txt").write_text("none")

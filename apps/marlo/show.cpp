@@ -49,13 +49,8 @@ Shown shown(const Project& project, const Photograph& photograph, int longestSid
     try {
         const Preview preview = readPreview(path, longestSide, options);
         result.image = preview.image;
-        result.keypoints = project.features(photograph.id).keypoints;
-        const auto scale = static_cast<float>(preview.scale);
-        for (Keypoint& keypoint : result.keypoints) {
-            keypoint.x = (keypoint.x + 0.5F) * scale - 0.5F;
-            keypoint.y = (keypoint.y + 0.5F) * scale - 0.5F;
-            keypoint.scale *= scale;
-        }
+        result.keypoints =
+            scaledKeypoints(project.features(photograph.id).keypoints, preview.scale);
     } catch (const ProjectError&) {
         throw;
     } catch (const std::runtime_error& error) {

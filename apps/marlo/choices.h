@@ -9,7 +9,7 @@ namespace marlo::app {
 /// What the options take.
 inline const std::vector<std::string> kFeatures{"sift", "ldah"};
 inline const std::vector<std::string> kSelectors{"TOP", "Default"};
+inline const std::vector<std::string> kDistances{"hellinger", "euclidean"};
 inline const std::vector<std::string> kMatchers{"DistFracMutual", "DistFrac", "LeftRight"};
-inline const std::vector<std::string> kExportFormats{"colmap", "openmvg", "opencv-yaml", "npz"};
 
 }  // namespace marlo::app

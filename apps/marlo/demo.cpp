@@ -50,12 +50,6 @@ struct Result {
     double verifySeconds = 0.0;
 };
 
-void writeFile(const fs::path& path, const std::string& content) {
-    OutputFile file(path);
-    file.write(content);
-    file.commit();
-}
-
 // The cameras as they are, for comparison with what a reconstruction finds.
 void writeCameras(const std::vector<DemoView>& views, const fs::path& path) {
     nlohmann::json cameras = nlohmann::json::array();
@@ -76,12 +70,16 @@ void writeCameras(const std::vector<DemoView>& views, const fs::path& path) {
     writeFile(path, cameras.dump(2) + '\n');
 }
 
-void writeViews(const std::vector<DemoView>& views, const fs::path& folder) {
+// Returns where they are.
+std::vector<std::string> writeViews(const std::vector<DemoView>& views, const fs::path& folder) {
+    std::vector<std::string> files;
     for (const DemoView& view : views) {
         std::vector<unsigned char> file;
         cv::imencode(".png", view.image, file);
-        writeFile(folder / view.name, {file.begin(), file.end()});
+        writeFile(folder / view.name, std::string(file.begin(), file.end()));
+        files.push_back((folder / view.name).string());
     }
+    return files;
 }
 
 bool isCorrect(const DemoView& first, const Keypoint& a, const DemoView& second,
@@ -112,14 +110,17 @@ void add(Share& to, const Share& share) {
 void judge(const Project& project, const std::vector<DemoView>& views, Result& result) {
     std::map<std::int64_t, const DemoView*> viewOf;
     std::map<std::int64_t, std::vector<Keypoint>> keypoints;
-    for (const Photograph& photograph : project.photographs()) {
+    // The folder may have held a project with other photographs.
+    for (const Photograph& photograph : photographsWithFeatures(project)) {
         for (const DemoView& view : views) {
             if (view.name == photograph.name) viewOf[photograph.id] = &view;
         }
-        keypoints[photograph.id] = project.features(photograph.id).keypoints;
+        if (viewOf.count(photograph.id) == 0) continue;
+        keypoints[photograph.id] = project.keypoints(photograph.id);
         result.keypoints += keypoints[photograph.id].size();
     }
     for (const Pair& pair : project.pairs()) {
+        if (viewOf.count(pair.first) == 0 || viewOf.count(pair.second) == 0) continue;
         const auto judgedMatches = [&](const MatchList& matches) {
             return judged(*viewOf.at(pair.first), keypoints[pair.first], *viewOf.at(pair.second),
                           keypoints[pair.second], matches);
@@ -140,20 +141,19 @@ double secondsOf(const Work& work) {
 }
 
 Result runChain(const std::string& features, const std::vector<DemoView>& views,
-                const fs::path& folder, Progress& progress) {
+                const std::vector<std::string>& files, const fs::path& folder, Progress& progress) {
     Result result;
     Project project(folder / features, Project::Access::write);
     ExtractOptions extractOptions;
     extractOptions.features = features;
     extractOptions.force = true;
-    result.extractSeconds = secondsOf([&] {
-        extract(findPhotographs({(folder / "photographs").string()}), extractOptions, project,
-                progress);
-    });
+    result.extractSeconds =
+        secondsOf([&] { extract(findPhotographs(files), extractOptions, project, progress); });
+    stopIfInterrupted();
     MatchOptions matchOptions;
     result.matchSeconds = secondsOf([&] { match(matchOptions, project, progress); });
     result.verifySeconds = secondsOf([&] { verify(VerifyOptions(), project, progress); });
-    if (interruption() != 0) return result;
+    stopIfInterrupted();
     judge(project, views, result);
     writeSummary(project);
     showProject(project, folder / features / "pictures", kPictures, progress);
@@ -193,13 +193,13 @@ void demo(const fs::path& folder, Progress& progress) {
     progress.message("Rendering views of a scene whose geometry is known");
     const std::vector<DemoView> views = renderDemoViews();
     makeFolder(folder / "photographs");
-    writeViews(views, folder / "photographs");
+    const std::vector<std::string> files = writeViews(views, folder / "photographs");
     writeCameras(views, folder / "cameras.json");
     std::vector<std::pair<std::string, Result>> results;
     for (const std::string features : {"sift", "ldah"}) {
         progress.message("The whole chain with " + features + " features");
-        results.emplace_back(features, runChain(features, views, folder, progress));
-        if (interruption() != 0) return;
+        results.emplace_back(features, runChain(features, views, files, folder, progress));
+        stopIfInterrupted();
     }
     printTable(results, progress);
     const std::string where = fs::absolute(folder).lexically_normal().string();

@@ -5,14 +5,20 @@
 
 namespace marlo::app {
 
-/// SIFT rows in COLMAP's form: clamp(round(512 v), 0, 255), v being the square root of the element
-/// divided by the sum of its row. `floats` is N x 128 floats, the result N x 128 bytes, row i from
-/// row i.
+/// SIFT rows whose Euclidean distances are in proportion to the Hellinger distances of the given
+/// ones, which tell right from wrong matches better: each element becomes the square root of its
+/// share in the sum of its row. `floats` is N x 128 floats, and so is the result. Rows that point
+/// nowhere, of NaN or of zeros, stay as they are. R. Arandjelovic and A. Zisserman, Three things
+/// everyone should know to improve object retrieval, CVPR 2012, section 3.
+/// @throws std::invalid_argument unless `floats` has rows of 128 floats or no rows, std::bad_alloc
+///         if there is not enough memory.
+[[nodiscard]] DescMat hellingerRows(const DescMat& floats);
+
+/// SIFT rows in COLMAP's form: clamp(round(512 v), 0, 255), v being an element of hellingerRows().
+/// `floats` is N x 128 floats, the result N x 128 bytes, row i from row i.
 ///
 /// Elements keep their places: bin (4 row + column) * 8 + orientation is the same in COLMAP's
 /// database. Rows that point nowhere, of NaN or of zeros, become rows of zeros.
-/// R. Arandjelovic and A. Zisserman, Three things everyone should know to improve object retrieval,
-/// CVPR 2012, section 3, is where the square root comes from.
 /// @throws std::invalid_argument unless `floats` has rows of 128 floats or no rows, std::bad_alloc
 ///         if there is not enough memory.
 [[nodiscard]] DescMat siftBytesForColmap(const DescMat& floats);

@@ -33,12 +33,20 @@ bool leadsOut(const std::filesystem::path& file) {
 
 }  // namespace
 
+std::vector<std::string> exportFormatWords() {
+    std::vector<std::string> words;
+    for (const Exporter& exporter : kExporters) words.emplace_back(exporter.word);
+    return words;
+}
+
 ExportFormat parseExportFormat(std::string_view word) {
+    std::string choices;
     for (const Exporter& exporter : kExporters) {
         if (exporter.word == word) return exporter.format;
+        choices.append(choices.empty() ? "" : ", ").append(exporter.word);
     }
-    throw std::invalid_argument("There is no export format \"" + std::string(word) +
-                                "\". Choose colmap, openmvg, opencv-yaml or npz.");
+    throw UsageError("There is no export format \"" + std::string(word) + "\". Choose one of " +
+                     choices + ".");
 }
 
 void exportProject(const Project& project, ExportFormat format,
@@ -48,14 +56,12 @@ void exportProject(const Project& project, ExportFormat format,
     }
 }
 
-std::vector<Photograph> describedPhotographs(const Project& project) {
-    std::vector<Photograph> all = project.photographs();
-    std::erase_if(all, [](const Photograph& p) { return p.status != PhotographStatus::done; });
-    return all;
-}
-
 void refuseLdah(const Project& project, const char* text) {
-    if (project.setting("features") == "ldah") throw std::invalid_argument(text);
+    const std::vector<Photograph> photographs = photographsWithFeatures(project);
+    const bool anyLdah =
+        std::any_of(photographs.begin(), photographs.end(),
+                    [](const Photograph& photograph) { return featuresOf(photograph) == "ldah"; });
+    if (anyLdah || project.setting("features") == "ldah") throw UsageError(text);
 }
 
 std::vector<std::filesystem::path> targets(const std::filesystem::path& folder,
@@ -66,15 +72,14 @@ std::vector<std::filesystem::path> targets(const std::filesystem::path& folder,
     for (const Photograph& photograph : photographs) {
         const std::string file = fileName(photograph.name);
         if (leadsOut(file)) {
-            throw std::invalid_argument("The photograph \"" + photograph.name +
-                                        "\" has no place in " + folder.string() + ".");
+            throw UsageError("The photograph \"" + photograph.name + "\" has no place in " +
+                             folder.string() + ".");
         }
         const auto [place, isNew] = taken.emplace(file, photograph.name);
         if (!isNew) {
-            throw std::invalid_argument("The photographs \"" + place->second + "\" and \"" +
-                                        photograph.name + "\" would both be written to " +
-                                        (folder / file).string() +
-                                        ". Rename one of them, or choose another format.");
+            throw UsageError("The photographs \"" + place->second + "\" and \"" + photograph.name +
+                             "\" would both be written to " + (folder / file).string() +
+                             ". Rename one of them, or choose another format.");
         }
         all.push_back(folder / file);
     }

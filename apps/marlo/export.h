@@ -2,7 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <stdexcept>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "marlo/project.h"
 
@@ -11,7 +14,16 @@ namespace marlo::app {
 /// Programs and libraries that a project's features and matches can be written for.
 enum class ExportFormat { colmap, openmvg, opencvYaml, npz };
 
-/// The format that a user calls "colmap", "openmvg", "opencv-yaml" or "npz".
+/// All has been written but what the text names.
+class SomeLeftOut : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What users call the formats, e.g. "opencv-yaml".
+[[nodiscard]] std::vector<std::string> exportFormatWords();
+
+/// The format that a user calls so.
 /// @throws std::invalid_argument, with a text that lists the choices, for any other word.
 [[nodiscard]] ExportFormat parseExportFormat(std::string_view word);
 
@@ -57,8 +69,9 @@ enum class ExportFormat { colmap, openmvg, opencvYaml, npz };
 /// @throws std::invalid_argument, before anything is written, if the format cannot hold the
 ///         project: LDAH features for colmap and openmvg; two photographs whose files would have
 ///         the same name; a name that leads out of `folder`.
-/// @throws std::runtime_error, after everything else has been written, if names with white space
-///         kept pairs out of COLMAP's lists.
+/// @throws SomeLeftOut, after everything else has been written, if names with white space kept
+/// pairs
+///         out of COLMAP's lists; Interrupted, with complete files only in the folder.
 /// @throws OutOfSpace, std::runtime_error if a file cannot be written; ProjectError.
 void exportProject(const Project& project, ExportFormat format,
                    const std::filesystem::path& folder);

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <map>
-#include <stdexcept>
 
 #include "marlo/descriptor_bytes.h"
+#include "marlo/export.h"
 #include "marlo/export_formats.h"
+#include "marlo/interruption.h"
 #include "marlo/output_file.h"
 
 namespace marlo::app {
 namespace {
 
-constexpr float kPixelCorner = 0.5F;  // COLMAP's (0, 0) is the corner of the first pixel
+constexpr auto kPixelCorner = static_cast<float>(kColmapPixelCorner);
 
 std::string featuresFile(const std::string& name) {
     return "features/" + name + ".txt";
@@ -58,6 +59,7 @@ std::string writeMatchLists(const Project& project, const std::filesystem::path&
     OutputFile verified(folder / "inliers.txt");
     std::string leftOut;
     for (const Pair& pair : pairs) {
+        stopIfInterrupted();
         const std::string& first = names.at(pair.first);
         const std::string& second = names.at(pair.second);
         if (pair.matches == 0) continue;
@@ -82,16 +84,17 @@ void exportColmap(const Project& project, const std::filesystem::path& folder) {
     refuseLdah(project,
                "COLMAP has no text form for LDAH rows. Use the project's database.db instead, "
                "which COLMAP reads, with keypoints, matches and geometry.");
-    const std::vector<Photograph> photographs = describedPhotographs(project);
+    const std::vector<Photograph> photographs = photographsWithFeatures(project);
     const auto files = targets(folder, photographs, featuresFile);
     for (std::size_t i = 0; i < photographs.size(); ++i) {
+        stopIfInterrupted();
         OutputFile file(files[i]);
         file.write(featuresText(project.features(photographs[i].id)));
         file.commit();
     }
     const std::string leftOut = writeMatchLists(project, folder);
     if (!leftOut.empty()) {
-        throw std::runtime_error(
+        throw SomeLeftOut(
             "COLMAP's match lists cannot hold names with white space. All else has been written "
             "to " +
             folder.string() + ", but not the matches of these pairs:" + leftOut +

@@ -17,9 +17,6 @@ void exportOpenMvg(const Project& project, const std::filesystem::path& folder);
 void exportOpenCv(const Project& project, const std::filesystem::path& folder);
 void exportNpz(const Project& project, const std::filesystem::path& folder);
 
-/// The photographs that have features, by id.
-[[nodiscard]] std::vector<Photograph> describedPhotographs(const Project& project);
-
 /// @throws std::invalid_argument with `text` if the project's features are LDAH rows.
 void refuseLdah(const Project& project, const char* text);
 

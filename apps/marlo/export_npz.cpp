@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "marlo/export_formats.h"
+#include "marlo/interruption.h"
 #include "marlo/npz_file.h"
 #include "marlo/output_file.h"
 
@@ -82,6 +83,7 @@ void writeMatches(const Project& project, const std::filesystem::path& path) {
         const auto second = pair.second;
         const std::string name = std::to_string(first) + '_' + std::to_string(second);
         file.add(name, [&project, first, second] {
+            stopIfInterrupted();
             return matchArray(project.matches(first, second).matches);
         });
         file.add(name + "_scores", [&project, first, second] {
@@ -99,9 +101,10 @@ void writeMatches(const Project& project, const std::filesystem::path& path) {
 }  // namespace
 
 void exportNpz(const Project& project, const std::filesystem::path& folder) {
-    const std::vector<Photograph> photographs = describedPhotographs(project);
+    const std::vector<Photograph> photographs = photographsWithFeatures(project);
     const auto files = targets(folder, photographs, arraysFile);
     for (std::size_t i = 0; i < photographs.size(); ++i) {
+        stopIfInterrupted();
         writeFeatures(files[i], project.features(photographs[i].id));
     }
     writeMatches(project, folder / "matches.npz");

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "marlo/export_formats.h"
+#include "marlo/interruption.h"
 #include "marlo/output_file.h"
 
 namespace marlo::app {
@@ -97,6 +98,7 @@ void writeMatches(const Project& project, const std::filesystem::path& folder) {
     GzipFile file(folder / "matches.yml.gz");
     file.write(pairs.empty() ? "%YAML:1.0\n---\npairs: []\n" : "%YAML:1.0\n---\npairs:\n");
     for (const Pair& pair : pairs) {
+        stopIfInterrupted();
         const PairMatches matches = project.matches(pair.first, pair.second);
         const auto geometry = project.geometry(pair.first, pair.second);
         const Scores scores = scoresOf(matches);
@@ -114,9 +116,10 @@ void writeMatches(const Project& project, const std::filesystem::path& folder) {
 }  // namespace
 
 void exportOpenCv(const Project& project, const std::filesystem::path& folder) {
-    const std::vector<Photograph> photographs = describedPhotographs(project);
+    const std::vector<Photograph> photographs = photographsWithFeatures(project);
     const auto files = targets(folder, photographs, keypointsFile);
     for (std::size_t i = 0; i < photographs.size(); ++i) {
+        stopIfInterrupted();
         GzipFile file(files[i]);
         file.write(featuresText(project.features(photographs[i].id)));
         file.commit();

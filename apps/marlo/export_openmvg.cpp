@@ -6,6 +6,7 @@
 
 #include "marlo/descriptor_bytes.h"
 #include "marlo/export_formats.h"
+#include "marlo/interruption.h"
 #include "marlo/output_file.h"
 #include "support/bin_io.h"
 
@@ -16,12 +17,6 @@ static_assert(std::endian::native == std::endian::little, "OpenMVG's numbers are
 
 std::string basename(const std::string& name) {
     return std::filesystem::path(name).stem().string();
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view content) {
-    OutputFile file(path);
-    file.write(content);
-    file.commit();
 }
 
 std::filesystem::path withEnding(std::filesystem::path path, const char* ending) {
@@ -96,6 +91,7 @@ void writeMatches(const Project& project, const std::vector<Pair>& pairs, const 
     OutputFile putative(folder / "matches.putative.txt");
     OutputFile filtered(folder / "matches.f.txt");
     for (const Pair& pair : pairs) {
+        stopIfInterrupted();
         putative.write(block(views, pair, project.matches(pair.first, pair.second).matches));
         const auto geometry = project.geometry(pair.first, pair.second);
         if (geometry) filtered.write(block(views, pair, geometry->inliers));
@@ -118,6 +114,7 @@ void exportOpenMvg(const Project& project, const std::filesystem::path& folder) 
     Views views;
     std::string viewsText;
     for (std::size_t i = 0; i < photographs.size(); ++i) {
+        stopIfInterrupted();
         const Photograph& photograph = photographs[i];
         Features features;
         if (photograph.status == PhotographStatus::done) {

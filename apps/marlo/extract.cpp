@@ -22,6 +22,7 @@
 #include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/version.h"
 #include "marlo/descriptor_bytes.h"
+#include "marlo/edge_test.h"
 #include "marlo/interruption.h"
 #include "marlo/ordered_work.h"
 #include "support/log.h"
@@ -36,6 +37,18 @@ namespace fs = std::filesystem;
 constexpr std::uint64_t kBytesPerPixel = 64;
 constexpr std::uint64_t kBytesPerPhotograph = std::uint64_t{64} << 20;
 constexpr std::uint64_t kUnknownPixels = 24'000'000;  // where the header does not say
+
+std::uint64_t sizeOf(const fs::path& path) {
+    std::error_code error;
+    const std::uintmax_t bytes = fs::file_size(path, error);
+    return error ? 0 : bytes;
+}
+
+std::uint64_t pixelsAtMost(const fs::path& path, std::uint64_t fileBytes) {
+    const std::uint64_t pixels = pixelsByHeader(path);
+    // A file that is not compressed has a byte for each pixel at least.
+    return pixels > 0 ? pixels : std::max(kUnknownPixels, fileBytes);
+}
 
 // Lets images begin while all of them together need less than the limit, and any one alone.
 class MemoryBudget {
@@ -90,7 +103,7 @@ void throwLoggedErrors() {
     throw std::runtime_error(errors);
 }
 
-// An image of at most the wanted size, and how its pixels lie in the photograph.
+// An image of the wanted size, and how its pixels lie in the photograph.
 struct WorkingImage {
     FloatImage image;
     double scale = 1.0;  // that the detector is told
@@ -98,14 +111,20 @@ struct WorkingImage {
     double yFactor = 1.0;
 };
 
-WorkingImage workingImage(FloatImage&& grey, int longestSide) {
+double scaleFor(int longer, const ExtractOptions& options) {
+    if (options.longestSide > 0 && longer > options.longestSide) {
+        return static_cast<double>(options.longestSide) / longer;
+    }
+    return longer < options.enlargeBelow ? 2.0 : 1.0;
+}
+
+WorkingImage workingImage(FloatImage&& grey, const ExtractOptions& options) {
     WorkingImage working;
-    const auto longer = static_cast<int>(std::max(grey.rows(), grey.cols()));
-    if (longestSide <= 0 || longer <= longestSide) {
+    working.scale = scaleFor(static_cast<int>(std::max(grey.rows(), grey.cols())), options);
+    if (working.scale == 1.0) {
         working.image = std::move(grey);
         return working;
     }
-    working.scale = static_cast<double>(longestSide) / longer;
     const auto rows = static_cast<int>(
         std::max(1L, std::lround(working.scale * static_cast<double>(grey.rows()))));
     const auto cols = static_cast<int>(
@@ -114,13 +133,14 @@ WorkingImage workingImage(FloatImage&& grey, int longestSide) {
     const cv::Mat from(static_cast<int>(grey.rows()), static_cast<int>(grey.cols()), CV_32F,
                        grey.data());
     cv::Mat to(rows, cols, CV_32F, working.image.data());
-    cv::resize(from, to, to.size(), 0.0, 0.0, cv::INTER_AREA);
+    cv::resize(from, to, to.size(), 0.0, 0.0,
+               working.scale < 1.0 ? cv::INTER_AREA : cv::INTER_LINEAR);
     working.xFactor = static_cast<double>(grey.cols()) / cols;
     working.yFactor = static_cast<double>(grey.rows()) / rows;
     return working;
 }
 
-// From what the detector says of a smaller image to pixels of the photograph. Resizing keeps the
+// From what the detector says of a resized image to pixels of the photograph. Resizing keeps the
 // image's outer edges, so pixel centres move; and rounding makes the two sides differ a little.
 cv::Point2d inPhotograph(const WorkingImage& working, const Keypoint& keypoint) {
     const auto x = static_cast<double>(keypoint.x);
@@ -145,6 +165,10 @@ std::string controllerKey(const std::string& features) {
     if (features == "sift") return "SIFT";
     if (features == "ldah") return "LDAH";
     throw std::runtime_error("--features is sift or ldah, not '" + features + "'");
+}
+
+fs::path maskPath(const fs::path& masks, const PhotographFile& file) {
+    return masks / (file.name + ".png");
 }
 
 // What one photograph has given.
@@ -193,15 +217,17 @@ private:
             extracted.skipped = true;
             return;
         }
-        const std::uint64_t pixels = pixelsByHeader(file.path);
-        const MemoryBudget::Share share(
-            budget_, (pixels > 0 ? pixels : kUnknownPixels) * kBytesPerPixel + kBytesPerPhotograph);
+        const std::uint64_t fileBytes = sizeOf(file.path);
+        const MemoryBudget::Share share(budget_, pixelsAtMost(file.path, fileBytes) *
+                                                         kBytesPerPixel *
+                                                         (options_.enlargeBelow > 0 ? 4 : 1) +
+                                                     fileBytes + kBytesPerPhotograph);
         DecodedPhotograph photograph =
             decodePhotograph(file.path, DecodeOptions{options_.applyOrientation});
         extracted.camera = photograph.camera;
         extracted.stamp = stamp(file, photograph.contentHash);
         const cv::Mat mask = maskOf(file, photograph.grey);
-        const WorkingImage working = workingImage(std::move(photograph.grey), options_.longestSide);
+        const WorkingImage working = workingImage(std::move(photograph.grey), options_);
         detectAndDescribe(working, mask, extracted);
     }
 
@@ -217,12 +243,21 @@ private:
         controller.detect(working.image, found);
         throwLoggedErrors();
         if (!mask.empty()) removeMasked(mask, working, found);
+        if (options_.edgeRatio > 0.0) {
+            removeEdges(working.image, working.scale, options_.edgeRatio, found);
+        }
         Features& features = extracted.features;
         if (!found.empty()) {
             controller.select(found, features.keypoints);
             throwLoggedErrors();
         }
         allocateDescriptors(features.rows, 0, options_.features == "sift");
+        if (features.keypoints.size() > kMostKeypoints) {
+            throw std::runtime_error("has " + std::to_string(features.keypoints.size()) +
+                                     " keypoints; a project can hold " +
+                                     std::to_string(kMostKeypoints) +
+                                     " of a photograph (--keypoints)");
+        }
         if (!features.keypoints.empty()) {
             controller.compute(working.image, features.keypoints, features.rows);
             throwLoggedErrors();
@@ -235,14 +270,14 @@ private:
         if (options_.features == "sift") extracted.bytes = siftBytesForColmap(features.rows);
     }
 
-    [[nodiscard]] fs::path maskPath(const PhotographFile& file) const {
-        return *options_.masks / (file.name + ".png");
+    [[nodiscard]] bool hasMask(const PhotographFile& file) const {
+        return options_.masks && fs::exists(maskPath(*options_.masks, file));
     }
 
     // Empty if there is none.
     [[nodiscard]] cv::Mat maskOf(const PhotographFile& file, const FloatImage& grey) const {
-        if (!options_.masks || !fs::exists(maskPath(file))) return {};
-        return readMask(maskPath(file), grey.rows(), grey.cols());
+        if (!hasMask(file)) return {};
+        return readMask(maskPath(*options_.masks, file), grey.rows(), grey.cols());
     }
 
     // All that the features depend on.
@@ -252,10 +287,12 @@ private:
                               {"selector", options_.selector},
                               {"keypoints", options_.keypoints},
                               {"max_size", options_.longestSide},
+                              {"enlarge_below", options_.enlargeBelow},
+                              {"edge_ratio", options_.edgeRatio},
                               {"orientation", options_.applyOrientation},
                               {"library", libraryVersion()}};
         if (options_.features == "ldah") all["tables"] = ldahTablesIdentifier();
-        if (options_.masks && fs::exists(maskPath(file))) all["mask"] = contentHash(maskPath(file));
+        if (hasMask(file)) all["mask"] = contentHash(maskPath(*options_.masks, file));
         return all.dump();
     }
 
@@ -265,11 +302,39 @@ private:
     MemoryBudget budget_;
 };
 
+// Only to a folder in which some of the photographs are found, so that a wrong one, or a disk that
+// is not there, does no harm.
+void moveBase(const std::string& from, const PhotographFiles& files, const ExtractOptions& options,
+              Project& project) {
+    const std::vector<Photograph> photographs = project.photographs();
+    const bool found = std::any_of(
+        photographs.begin(), photographs.end(),
+        [&](const Photograph& photograph) { return fs::exists(files.base / photograph.name); });
+    if (!found && !photographs.empty()) {
+        throw ProjectError("The photographs of the project " + project.folder().string() +
+                           " lay in " + from + ", which is gone, and none of them is in " +
+                           files.base.string() +
+                           ". Give the folder that they are in now, or use another project (-o).");
+    }
+    if (options.prune) {
+        throw UsageError("The photographs have moved from " + from + " to " + files.base.string() +
+                         ". Run once without --prune first.");
+    }
+    project.putSetting("photographs", files.base.string());
+}
+
 // A project's photographs lie below one folder, and names are paths from there.
-PhotographFiles belowProjectFolder(const PhotographFiles& files, Project& project) {
+PhotographFiles belowProjectFolder(const PhotographFiles& files, const ExtractOptions& options,
+                                   Project& project, Progress& progress) {
     const std::optional<std::string> known = project.setting("photographs");
     if (!known) {
         project.putSetting("photographs", files.base.string());
+        return files;
+    }
+    if (!fs::exists(*known)) {
+        moveBase(*known, files, options, project);
+        progress.message("The photographs have moved from " + *known + " to " +
+                         files.base.string());
         return files;
     }
     PhotographFiles renamed{*known, {}};
@@ -283,6 +348,47 @@ PhotographFiles belowProjectFolder(const PhotographFiles& files, Project& projec
         renamed.files.push_back({name.generic_string(), file.path});
     }
     return renamed;
+}
+
+std::string namesOf(const std::vector<Photograph>& photographs) {
+    constexpr std::size_t kMost = 3;
+    std::string names;
+    for (std::size_t i = 0; i < std::min(kMost, photographs.size()); ++i) {
+        names += (i == 0 ? "" : ", ") + photographs[i].name;
+    }
+    return photographs.size() > kMost ? names + ", ..." : names;
+}
+
+void removeOrReportGone(const PhotographFiles& files, const ExtractOptions& options,
+                        Project& project, Progress& progress) {
+    std::vector<Photograph> gone = project.photographs();
+    std::erase_if(gone, [&](const Photograph& photograph) {
+        return fs::exists(files.base / photograph.name);
+    });
+    if (gone.empty()) return;
+    const std::string what =
+        std::to_string(gone.size()) + " of the project's photographs (" + namesOf(gone) + ") ";
+    if (!options.prune) {
+        progress.warning(what + "are not in " + files.base.string() +
+                         " any more; --prune removes them from the project");
+        return;
+    }
+    for (const Photograph& photograph : gone) project.remove(photograph);
+    progress.message(what + "have been removed from it");
+}
+
+void reportMasks(const PhotographFiles& files, const fs::path& masks, Progress& progress) {
+    const auto used = std::count_if(
+        files.files.begin(), files.files.end(),
+        [&](const PhotographFile& file) { return fs::exists(maskPath(masks, file)); });
+    if (used > 0) {
+        progress.message(std::to_string(used) + " of " + std::to_string(files.files.size()) +
+                         " photographs have a mask");
+        return;
+    }
+    progress.warning("no photograph has a mask in " + masks.string() + "; that of " +
+                     files.files.front().name + " would be " +
+                     maskPath(masks, files.files.front()).string());
 }
 
 void checkFeatures(const ExtractOptions& options, Project& project) {
@@ -302,10 +408,18 @@ std::uint64_t availableMemory() {
     struct sysinfo info = {};
     std::uint64_t bytes = std::uint64_t{1} << 30;
     if (sysinfo(&info) == 0) bytes = std::uint64_t{info.totalram} * info.mem_unit;
-    std::uint64_t limit = 0;
-    std::ifstream group("/sys/fs/cgroup/memory.max");
-    if (group >> limit) bytes = std::min(bytes, limit);
-    return bytes;
+    // Every control group on the way up may have a limit.
+    std::string group;
+    std::ifstream groups("/proc/self/cgroup");
+    for (std::string line; std::getline(groups, line);) {
+        if (line.rfind("0::/", 0) == 0) group = line.substr(4);
+    }
+    for (fs::path at = group;; at = at.parent_path()) {
+        std::uint64_t limit = 0;
+        std::ifstream file(fs::path("/sys/fs/cgroup") / at / "memory.max");
+        if (file >> limit) bytes = std::min(bytes, limit);
+        if (at.empty()) return bytes;
+    }
 }
 
 std::uint64_t parseMemory(const std::string& text) {
@@ -323,8 +437,8 @@ std::uint64_t parseMemory(const std::string& text) {
     if (unit == "M" || unit == "MiB") factor = 0x1p20;
     if (unit == "G" || unit == "GiB") factor = 0x1p30;
     if (unit == "T" || unit == "TiB") factor = 0x1p40;
-    if (used == 0 || factor == 0.0 || !(value > 0.0) || value * factor >= 0x1p62) {
-        throw std::invalid_argument("'" + text + "' is not an amount of memory such as 8G or 500M");
+    if (used == 0 || factor == 0.0 || !(value * factor >= 1.0) || value * factor >= 0x1p62) {
+        throw UsageError("'" + text + "' is not an amount of memory such as 8G or 500M");
     }
     return static_cast<std::uint64_t>(value * factor);
 }
@@ -332,20 +446,24 @@ std::uint64_t parseMemory(const std::string& text) {
 Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Project& project,
                 Progress& progress) {
     controllerKey(options.features);
-    const PhotographFiles files = belowProjectFolder(given, project);
+    const PhotographFiles files = belowProjectFolder(given, options, project, progress);
     checkFeatures(options, project);
+    removeOrReportGone(files, options, project, progress);
+    if (options.masks) reportMasks(files, *options.masks, progress);
     std::vector<std::string> names;
     for (const PhotographFile& file : files.files) names.push_back(file.name);
     const std::vector<Photograph> photographs = project.addPhotographs(names);
 
     listenToErrors();
     const int threads = options.threads > 0 ? options.threads : system::noLogicalCPUs();
-    const auto workers = std::min<std::size_t>(static_cast<std::size_t>(threads), names.size());
+    const auto workers =
+        std::clamp<std::size_t>(names.size(), 1, static_cast<std::size_t>(threads));
     const int threadsOfEach = std::max(1, threads / static_cast<int>(workers));
     const std::uint64_t memory = options.memory > 0 ? options.memory : availableMemory() / 2;
     Extractor extractor(files, photographs, options, memory);
     Outcome outcome;
     bool outOfMemory = false;
+    std::size_t replaced = 0;
     progress.begin("extract", "photographs", names.size());
     const auto produce = [&](std::size_t i) {
         omp_set_num_threads(threadsOfEach);
@@ -364,17 +482,21 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
             if (photograph.status != PhotographStatus::done) {
                 project.putFailure(photograph, extracted.failure);
             }
-            progress.report(
-                "failed: " + names[i] + ": " + extracted.failure,
-                {{"event", "failed"}, {"name", names[i]}, {"reason", extracted.failure}});
+            progress.failed(names[i], extracted.failure);
         } else {
             project.putFeatures(photograph, extracted.camera, extracted.features, extracted.bytes);
             ++outcome.done;
+            if (photograph.status == PhotographStatus::done && !options.force) ++replaced;
         }
         progress.advance();
     };
     workInOrder(names.size(), workers, produce, consume, [] { return interruption() != 0; });
     progress.end();
+    if (replaced > 0) {
+        progress.message(std::to_string(replaced) +
+                         " photographs had features of other content or parameters, which have "
+                         "been replaced; their matches are gone");
+    }
     outcome.interrupted = interruption() != 0;
     if (outOfMemory && outcome.done + outcome.skipped == 0) {
         throw OutOfSpace("No photograph could be extracted for want of memory.");

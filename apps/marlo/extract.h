@@ -18,10 +18,13 @@ struct ExtractOptions {
     std::string selector = "TOP";
     int keypoints = 8000;  ///< of each photograph, at most
     int longestSide = 0;   ///< larger photographs are made smaller for detection; 0: never
+    int enlargeBelow = 0;  ///< photographs whose longest side is below are enlarged twice; 0: none
+    double edgeRatio = 10.0;  ///< of curvatures at a keypoint, at most; 0: any (see removeEdges)
     bool applyOrientation = false;
     std::optional<std::filesystem::path> masks;  ///< folder of <image name>.png
     std::uint64_t memory = 0;  ///< bytes that images in work may take; 0: half of what there is
     int threads = 0;           ///< 0: as many as there are
+    bool prune = false;        ///< remove photographs whose files are gone from the project
     bool force = false;        ///< also what is done already
 };
 
@@ -36,12 +39,13 @@ struct Outcome {
 /// Finds and describes keypoints of photographs and stores them in the project, several photographs
 /// at once, each in one transaction and in the order of their names. A photograph that cannot be
 /// used is stored as failed, with the reason, and reported. Positions are those in the photograph's
-/// own pixels, also if it was made smaller.
+/// own pixels, also if it was made smaller. Where the folder that the project's photographs lay in
+/// is gone, the given one takes its place if photographs of the project are in it.
 /// @throws ProjectError, OutOfSpace; std::runtime_error if an option cannot be met.
 Outcome extract(const PhotographFiles& photographs, const ExtractOptions& options, Project& project,
                 Progress& progress);
 
-/// Bytes that the process may use: the machine's memory, or its control group's limit.
+/// Bytes that the process may use: the machine's memory, or the least limit of its control groups.
 std::uint64_t availableMemory();
 
 /// A number of bytes such as "8G", "500M" or "1048576". @throws std::invalid_argument otherwise.

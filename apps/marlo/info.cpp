@@ -10,6 +10,7 @@
 #include "libfeatures/version.h"
 #include "libmarlocuda/marlocuda.h"
 #include "marlo/choices.h"
+#include "marlo/export.h"
 #include "marlo/extract.h"
 #include "support/system.h"
 
@@ -32,7 +33,7 @@ json info() {
             {"features", kFeatures},
             {"selectors", kSelectors},
             {"matchers", kMatchers},
-            {"export_formats", kExportFormats},
+            {"export_formats", exportFormatWords()},
             {"limits",
              {{"image_rows_and_columns", 1 << 20},
               {"image_pixels", 1 << 30},

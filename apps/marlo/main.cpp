@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <functional>
 #include <iostream>
@@ -67,7 +68,7 @@ void checkExtractArguments(Arguments& arguments) {
     if (!arguments.memory.empty()) arguments.extract.memory = parseMemory(arguments.memory);
     if (!arguments.masks.empty()) {
         if (!std::filesystem::is_directory(arguments.masks)) {
-            throw std::invalid_argument("--mask-dir " + arguments.masks + " is not a folder");
+            throw UsageError("--mask-dir " + arguments.masks + " is not a folder");
         }
         arguments.extract.masks = arguments.masks;
     }
@@ -88,7 +89,7 @@ void reportOutcome(const std::string& what, const Outcome& outcome, Progress& pr
 
 int runExtract(Arguments& arguments, Progress& progress) {
     checkExtractArguments(arguments);
-    const PhotographFiles files = findPhotographs(arguments.photographs);
+    const PhotographFiles files = findPhotographs(arguments.photographs, arguments.extract.masks);
     Project project(arguments.folder, Project::Access::write);
     const Outcome outcome = extract(files, arguments.extract, project, progress);
     reportOutcome("extract", outcome, progress);
@@ -96,45 +97,56 @@ int runExtract(Arguments& arguments, Progress& progress) {
     return exitCode(outcome);
 }
 
-int runMatch(Arguments& arguments, Progress& progress) {
+// A command on what a project has already.
+template <typename Options>
+int runOn(const std::string& what, Outcome (*command)(const Options&, Project&, Progress&),
+          const Options& options, const Arguments& arguments, Progress& progress) {
     Project project(arguments.folder, Project::Access::update);
-    const Outcome outcome = match(arguments.match, project, progress);
-    reportOutcome("match", outcome, progress);
+    const Outcome outcome = command(options, project, progress);
+    reportOutcome(what, outcome, progress);
     writeSummary(project);
     return exitCode(outcome);
 }
 
+int runMatch(Arguments& arguments, Progress& progress) {
+    return runOn("match", match, arguments.match, arguments, progress);
+}
+
 int runVerify(Arguments& arguments, Progress& progress) {
-    Project project(arguments.folder, Project::Access::update);
-    const Outcome outcome = verify(arguments.verify, project, progress);
-    reportOutcome("verify", outcome, progress);
-    writeSummary(project);
-    return exitCode(outcome);
+    return runOn("verify", verify, arguments.verify, arguments, progress);
 }
 
 int runAll(Arguments& arguments, Progress& progress) {
     checkExtractArguments(arguments);
     check(arguments.match, arguments.extract.features);
-    const PhotographFiles files = findPhotographs(arguments.photographs);
+    const PhotographFiles files = findPhotographs(arguments.photographs, arguments.extract.masks);
     Project project(arguments.folder, Project::Access::write);
     const Outcome extracted = extract(files, arguments.extract, project, progress);
     reportOutcome("extract", extracted, progress);
     Outcome whole = extracted;
-    if (extracted.done + extracted.skipped == 1) {
-        progress.warning("one photograph has no pairs");
-    }
-    if (interruption() == 0 && extracted.done + extracted.skipped > 1) {
+    const std::size_t described = photographsWithFeatures(project).size();
+    if (described == 1) progress.warning("one photograph has no pairs");
+    if (interruption() == 0 && described > 1) {
         const Outcome matched = match(arguments.match, project, progress);
         reportOutcome("match", matched, progress);
+        whole.done += matched.done;
         whole.failed += matched.failed;
     }
     if (interruption() == 0) {
-        reportOutcome("verify", verify(arguments.verify, project, progress), progress);
+        const Outcome verified = verify(arguments.verify, project, progress);
+        reportOutcome("verify", verified, progress);
+        whole.done += verified.done;
+        whole.failed += verified.failed;
     }
     writeSummary(project);
     const std::filesystem::path folder =
         std::filesystem::absolute(arguments.folder).lexically_normal();
-    if (interruption() == 0) showProject(project, folder / "pictures", kRunPictures, progress);
+    if (interruption() != 0 || described == 0) return exitCode(whole);
+    // Nothing new has no new pictures.
+    if (whole.done > 0 || !std::filesystem::exists(folder / "pictures")) {
+        showProject(project, folder / "pictures", kRunPictures, progress);
+    }
+    if (interruption() != 0) return exitCode(whole);
     progress.report("Database: " + (folder / "database.db").string() +
                         "\nPictures: " + (folder / "pictures").string() +
                         "\nSummary:  " + (folder / "summary.md").string(),
@@ -186,6 +198,26 @@ int runInfo(const Arguments& arguments) {
     return kAllDone;
 }
 
+// "nan" passes every comparison of a range.
+CLI::Validator number() {
+    return {[](std::string& text) {
+                double value = 0.0;
+                const bool is = CLI::detail::lexical_cast(text, value) && std::isfinite(value);
+                return is ? std::string() : "'" + text + "' is not a number";
+            },
+            ""};
+}
+
+CLI::Validator noneOrAtLeastOne() {
+    return {[](std::string& text) {
+                double value = 0.0;
+                const bool is = CLI::detail::lexical_cast(text, value) && std::isfinite(value) &&
+                                (value == 0.0 || value >= 1.0);
+                return is ? std::string() : "'" + text + "' is neither 0 nor a number from 1";
+            },
+            "0 or >= 1"};
+}
+
 // The command line: which options each command has, and what runs it.
 class CommandLine {
 public:
@@ -229,7 +261,11 @@ public:
             return fail(
                 "There is not enough memory. Give fewer --threads, or a smaller --max-size.",
                 kOutOfSpace);
-        } catch (const std::invalid_argument& error) {
+        } catch (const Interrupted& error) {
+            return fail(error.what(), kSignal + interruption());
+        } catch (const SomeLeftOut& error) {
+            return fail(error.what(), kSomeFailed);
+        } catch (const UsageError& error) {
             return fail(error.what(), kUsage);
         } catch (const std::exception& error) {
             return fail(error.what(), kNothingUsable);
@@ -281,7 +317,7 @@ private:
             ->check(CLI::IsMember(kFeatures))
             ->capture_default_str();
         command->add_option("--keypoints", options.keypoints, "of each photograph, at most")
-            ->check(CLI::PositiveNumber)
+            ->check(CLI::Range(1, static_cast<int>(kMostKeypoints)))
             ->capture_default_str();
         command
             ->add_option("--selector", options.selector,
@@ -296,9 +332,22 @@ private:
             ->add_option("--max-size", options.longestSide,
                          "make larger photographs smaller for detection, to this longest side; "
                          "positions stay those of the original")
-            ->check(CLI::PositiveNumber);
+            ->check(CLI::Range(16, 1 << 20));
+        command
+            ->add_option("--enlarge-below", options.enlargeBelow,
+                         "make photographs with a longest side below this twice as large for "
+                         "detection: several times as many keypoints where there are few pixels")
+            ->check(CLI::Range(16, 1 << 20));
+        command
+            ->add_option("--edge-ratio", options.edgeRatio,
+                         "leave out keypoints whose larger curvature is more than this times the "
+                         "smaller, as along edges; 0 keeps them")
+            ->check(noneOrAtLeastOne())
+            ->capture_default_str();
         command->add_flag("--apply-orientation", options.applyOrientation,
                           "turn photographs as EXIF says; else pixels are as the sensor gave them");
+        command->add_flag("--prune", options.prune,
+                          "remove photographs from the project whose files are gone");
         command->add_option("--memory", arguments_.memory,
                             "for photographs in work, such as 8G (half of what there is)");
     }
@@ -313,22 +362,32 @@ private:
             ->check(CLI::IsMember(kMatchers))
             ->capture_default_str();
         command
+            ->add_option("--distance", arguments_.match.distance,
+                         "of SIFT rows: hellinger, of the roots of their elements, or euclidean")
+            ->check(CLI::IsMember(kDistances))
+            ->capture_default_str();
+        command
             ->add_option_function<float>(
                 "--ratio", [this](const float& ratio) { arguments_.match.ratio = ratio; },
-                "of nearest to second nearest distance, at most (0.8)")
-            ->check(CLI::Range(0.01, 1.0));
+                "of nearest to second nearest distance, at most (sift: 0.85, ldah: 0.9)")
+            ->check(CLI::Range(0.01, 1.0) & number());
     }
 
     void addVerifyOptions(CLI::App* command) {
         command
-            ->add_option("--error", arguments_.verify.error,
+            ->add_option("--max-error", arguments_.verify.error,
                          "pixels that a match may lie off the geometry")
-            ->check(CLI::PositiveNumber)
+            ->check(CLI::Range(0.01, 1000.0) & number())
             ->capture_default_str();
         command
-            ->add_option("--least", arguments_.verify.leastInliers,
+            ->add_option("--min-inliers", arguments_.verify.leastInliers,
                          "matches that have to agree, or the pair has none")
             ->check(CLI::Range(8, 1000000))
+            ->capture_default_str();
+        command
+            ->add_option("--min-inlier-ratio", arguments_.verify.leastShare,
+                         "of inliers to matches, or the pair has none")
+            ->check(CLI::Range(0.0, 1.0) & number())
             ->capture_default_str();
     }
 
@@ -427,7 +486,7 @@ private:
         addProject(command);
         command->add_option("--to", arguments_.exportFormat, "the form")
             ->required()
-            ->check(CLI::IsMember(kExportFormats));
+            ->check(CLI::IsMember(exportFormatWords()));
         command->add_option("-o,--output", arguments_.exportFolder,
                             "folder to write to (one in the project's, named as the form)");
     }

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <limits>
-#include <list>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -20,14 +20,17 @@
 #include "libfeatures/base/parameter_setters.h"
 #include "libfeatures/matchers/i_descriptor_matcher.h"
 #include "libfeatures/version.h"
+#include "marlo/descriptor_bytes.h"
 #include "marlo/interruption.h"
+#include "marlo/pair_order.h"
+#include "marlo/recently_used.h"
 #include "support/system.h"
 #include "support/thread_count_guard.h"
 
 namespace marlo::app {
 namespace {
 
-using PairOfIds = std::pair<std::int64_t, std::int64_t>;
+constexpr const char* kMatcherWithoutRatio = "LeftRight";
 
 PairOfIds ordered(std::int64_t a, std::int64_t b) {
     return a < b ? PairOfIds{a, b} : PairOfIds{b, a};
@@ -38,15 +41,17 @@ int sequenceLength(const std::string& text) {
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, length);
     if (error != std::errc() || rest != end || length < 1) {
-        throw std::invalid_argument("--pairs sequence:K needs a whole number above 0, not '" +
-                                    text + "'");
+        throw UsageError("--pairs sequence:K needs a whole number above 0, not '" + text + "'");
     }
     return length;
 }
 
 std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photograph>& all) {
     std::ifstream file(path);
-    if (!file) throw std::runtime_error("the list of pairs " + path + " cannot be read");
+    const auto refuse = [&] {
+        throw std::runtime_error("the list of pairs " + path + " cannot be read");
+    };
+    if (!file || std::filesystem::is_directory(path)) refuse();
     std::map<std::string, std::int64_t> ids;
     for (const Photograph& photograph : all) ids[photograph.name] = photograph.id;
     std::set<PairOfIds> pairs;
@@ -55,10 +60,10 @@ std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photo
         const std::string where = path + ", line " + std::to_string(number) + ": ";
         std::istringstream words(line);
         std::string names[2];
-        if (!(words >> std::quoted(names[0]))) continue;  // an empty line
-        if (names[0].rfind('#', 0) == 0) continue;
+        words >> std::ws;
+        if (words.eof() || words.peek() == '#') continue;  // empty, or a comment
         std::string more;
-        if (!(words >> std::quoted(names[1])) || words >> more) {
+        if (!(words >> std::quoted(names[0]) >> std::quoted(names[1])) || words >> more) {
             throw std::runtime_error(where + "two names of photographs are needed");
         }
         for (const std::string& name : names) {
@@ -71,6 +76,7 @@ std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photo
         }
         if (ids[names[0]] != ids[names[1]]) pairs.insert(ordered(ids[names[0]], ids[names[1]]));
     }
+    if (file.bad()) refuse();
     return pairs;
 }
 
@@ -84,7 +90,7 @@ std::size_t reach(const std::string& kind) {
     if (kind.rfind("sequence:", 0) == 0) {
         return static_cast<std::size_t>(sequenceLength(kind.substr(9)));
     }
-    throw std::invalid_argument("--pairs is all, sequence:K or list:FILE, not '" + kind + "'");
+    throw UsageError("--pairs is all, sequence:K or list:FILE, not '" + kind + "'");
 }
 
 std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograph>& all) {
@@ -100,76 +106,69 @@ std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograp
 }
 
 // Photographs with features, by name.
-std::vector<Photograph> withFeatures(const Project& project) {
-    std::vector<Photograph> all = project.photographs();
-    all.erase(
-        std::remove_if(all.begin(), all.end(),
-                       [](const Photograph& p) { return p.status != PhotographStatus::done; }),
-        all.end());
+std::vector<Photograph> byName(const Project& project) {
+    std::vector<Photograph> all = photographsWithFeatures(project);
     std::sort(all.begin(), all.end(),
               [](const Photograph& a, const Photograph& b) { return a.name < b.name; });
     return all;
 }
 
-// The features used last stay in memory, up to an amount.
-class FeatureCache {
-public:
-    FeatureCache(const Project& project, std::size_t mostBytes)
-        : project_(project), mostBytes_(mostBytes) {}
+std::size_t rowBytesOf(const DescMat& rows) {
+    return static_cast<std::size_t>(rows.rows) * rows.step;
+}
 
-    std::shared_ptr<const Features> get(std::int64_t id) {
-        const auto found = std::find_if(entries_.begin(), entries_.end(),
-                                        [&](const Entry& entry) { return entry.id == id; });
-        if (found != entries_.end()) {
-            entries_.splice(entries_.begin(), entries_, found);
-            return entries_.front().features;
-        }
-        auto features = std::make_shared<const Features>(project_.features(id));
-        const std::size_t bytes =
-            features->keypoints.size() * sizeof(Keypoint) +
-            static_cast<std::size_t>(features->rows.rows) * features->rows.step;
-        entries_.push_front({id, bytes, features});
-        bytes_ += bytes;
-        while (bytes_ > mostBytes_ && entries_.size() > 2) {
-            bytes_ -= entries_.back().bytes;
-            entries_.pop_back();
-        }
-        return features;
+std::size_t bytesOf(const Features& features) {
+    return features.keypoints.size() * sizeof(Keypoint) + rowBytesOf(features.rows);
+}
+
+std::size_t mostFeatureBytes(const std::vector<Photograph>& photographs) {
+    constexpr std::size_t kBytesOfKeypoint = sizeof(Keypoint) + 128 * sizeof(float);
+    std::size_t most = 1;
+    for (const Photograph& photograph : photographs) {
+        most = std::max(most, static_cast<std::size_t>(photograph.keypoints) * kBytesOfKeypoint);
     }
+    return most;
+}
 
-private:
-    struct Entry {
-        std::int64_t id;
-        std::size_t bytes;
-        std::shared_ptr<const Features> features;
-    };
-    const Project& project_;
-    std::size_t mostBytes_;
-    std::size_t bytes_ = 0;
-    std::list<Entry> entries_;
+// How rows of one kind are matched.
+struct Way {
+    std::unique_ptr<IDescriptorMatcher> matcher;
+    std::string stamp;
 };
 
-std::unique_ptr<IDescriptorMatcher> makeMatcher(const MatchOptions& options) {
-    auto matcher = extensibleFactoryInstance<IDescriptorMatcher>().create(options.matcher);
-    if (options.ratio) {
+// Where no ratio is given, the one that gives the most points at the accuracy of a stricter one,
+// once geometry has been verified.
+Way wayFor(const std::string& features, const MatchOptions& options) {
+    constexpr float kRatioOfRows = 0.85F;
+    constexpr float kRatioOfCodes = 0.9F;
+    check(options, features);
+    Way way;
+    way.matcher = extensibleFactoryInstance<IDescriptorMatcher>().create(options.matcher);
+    nlohmann::json parameters = {{"matcher", options.matcher}, {"library", libraryVersion()}};
+    if (features == "sift") parameters["distance"] = options.distance;
+    if (options.matcher != kMatcherWithoutRatio) {
         constexpr unsigned kMostBits = 50;
         constexpr float kMostDistance = 1000000.0F;
+        const float ratio =
+            options.ratio.value_or(features == "ldah" ? kRatioOfCodes : kRatioOfRows);
+        parameters["ratio"] = ratio;
         // Both forms of rows: the setters are told apart by the type of the first limit.
-        setDescriptorMatcherDistFracParams(matcher.get(), kMostBits, *options.ratio);
-        setDescriptorMatcherDistFracParams(matcher.get(), kMostDistance, *options.ratio);
+        setDescriptorMatcherDistFracParams(way.matcher.get(), kMostBits, ratio);
+        setDescriptorMatcherDistFracParams(way.matcher.get(), kMostDistance, ratio);
     }
-    return matcher;
+    way.stamp = parameters.dump();
+    return way;
 }
 
 // Why the rows of two photographs cannot be compared; empty if they can.
 std::string incomparable(const Photograph& first, const Photograph& second) {
-    const auto made = [](const Photograph& photograph, const char* key) {
-        return nlohmann::json::parse(photograph.stamp).value(key, "");
-    };
-    if (made(first, "features") != made(second, "features")) {
+    if (featuresOf(first) != featuresOf(second)) {
         return "one has SIFT and the other LDAH rows; extract both anew (--force)";
     }
-    if (made(first, "tables") != made(second, "tables")) {
+    const auto tables = [](const Photograph& photograph) {
+        return nlohmann::json::parse(photograph.stamp).value("tables", "");
+    };
+    if (tables(first) != tables(second)) {
         return "their LDAH codes are of different tables; extract both anew (--force)";
     }
     return "";
@@ -196,36 +195,62 @@ PairMatches matchPair(const IDescriptorMatcher& matcher, const Features& first,
 
 void check(const MatchOptions& options, const std::string& features) {
     if (!isList(options.pairs)) reach(options.pairs);
-    const bool mutualOnly = options.matcher == "LeftRight";
+    const bool mutualOnly = options.matcher == kMatcherWithoutRatio;
     if (mutualOnly && features == "sift") {
-        throw std::invalid_argument(
+        throw UsageError(
             "--matcher LeftRight is for LDAH codes; SIFT features need "
             "DistFracMutual or DistFrac");
     }
     if (mutualOnly && options.ratio) {
-        throw std::invalid_argument("--matcher LeftRight has no ratio test: leave --ratio out");
+        throw UsageError("--matcher LeftRight has no ratio test: leave --ratio out");
     }
 }
 
 Outcome match(const MatchOptions& options, Project& project, Progress& progress) {
     check(options, project.setting("features").value_or(""));
-    const std::vector<Photograph> photographs = withFeatures(project);
+    const std::vector<Photograph> photographs = byName(project);
     if (photographs.size() < 2) {
         throw std::runtime_error("The project " + project.folder().string() + " has " +
                                  std::to_string(photographs.size()) +
                                  " photographs with features; two are needed for a pair. Add some "
                                  "with `marlo extract`.");
     }
-    const std::set<PairOfIds> wanted = pairsOf(options.pairs, photographs);
-    const std::unique_ptr<IDescriptorMatcher> matcher = makeMatcher(options);
+    const auto memory = static_cast<std::size_t>(availableMemory() / 4);
+    const std::vector<PairOfIds> wanted =
+        inBlocks(pairsOf(options.pairs, photographs), memory / 2 / mostFeatureBytes(photographs));
+    if (wanted.empty()) progress.warning("there are no pairs to match");
     std::map<std::int64_t, const Photograph*> byId;
-    for (const Photograph& photograph : photographs) byId[photograph.id] = &photograph;
-    std::map<PairOfIds, std::string> done;
-    for (const Pair& pair : project.pairs()) done[{pair.first, pair.second}] = pair.matchStamp;
+    std::map<std::string, Way> ways;  // by the features
+    for (const Photograph& photograph : photographs) {
+        byId[photograph.id] = &photograph;
+        const std::string features = featuresOf(photograph);
+        if (ways.count(features) == 0) ways.emplace(features, wayFor(features, options));
+    }
+    const auto wayOf = [&](std::int64_t id) -> const Way& {
+        return ways.at(featuresOf(*byId.at(id)));
+    };
+    // Features that are replaced take their pairs along, so a pair that is there is of these.
+    std::set<PairOfIds> done;
+    for (const Pair& pair : project.pairs()) {
+        if (pair.matchStamp == wayOf(pair.first).stamp) done.insert({pair.first, pair.second});
+    }
 
     const ThreadCountGuard keep;
     omp_set_num_threads(options.threads > 0 ? options.threads : system::noLogicalCPUs());
-    FeatureCache cache(project, static_cast<std::size_t>(availableMemory() / 4));
+    RecentlyUsed<Features> cache(memory);
+    const bool hellinger = options.distance == "hellinger";
+    const auto loaded = [&](std::int64_t id) {
+        return cache.get(
+            id,
+            [&](std::int64_t i) {
+                Features features = project.features(i);
+                if (hellinger && features.rows.type() == DescMat::Float) {
+                    features.rows = hellingerRows(features.rows);
+                }
+                return features;
+            },
+            bytesOf);
+    };
     Outcome outcome;
     progress.begin("match", "pairs", wanted.size());
     for (const PairOfIds& pair : wanted) {
@@ -233,27 +258,20 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
             outcome.interrupted = true;
             break;
         }
-        // Features that are replaced take their pairs along, so a pair that is there is of these.
-        nlohmann::json parameters = {{"matcher", options.matcher}, {"library", libraryVersion()}};
-        if (options.ratio) parameters["ratio"] = *options.ratio;
-        const std::string stamp = parameters.dump();
-        const auto known = done.find(pair);
-        if (!options.force && known != done.end() && known->second == stamp) {
+        const Photograph& first = *byId.at(pair.first);
+        const Photograph& second = *byId.at(pair.second);
+        const std::string reason = incomparable(first, second);
+        if (!options.force && done.count(pair) != 0) {
             ++outcome.skipped;
-            progress.advance();
-            continue;
-        }
-        const std::shared_ptr<const Features> first = cache.get(pair.first);
-        const std::shared_ptr<const Features> second = cache.get(pair.second);
-        const std::string reason = incomparable(*byId[pair.first], *byId[pair.second]);
-        if (!reason.empty()) {
+        } else if (!reason.empty()) {
             ++outcome.failed;
-            const std::string names = byId[pair.first]->name + " and " + byId[pair.second]->name;
-            progress.report("failed: " + names + ": " + reason,
-                            {{"event", "failed"}, {"name", names}, {"reason", reason}});
+            progress.failed(first.name + " and " + second.name, reason);
         } else {
-            project.putMatches(pair.first, pair.second, matchPair(*matcher, *first, *second),
-                               stamp);
+            const Way& way = wayOf(pair.first);
+            const auto firstFeatures = loaded(pair.first);
+            const auto secondFeatures = loaded(pair.second);
+            project.putMatches(pair.first, pair.second,
+                               matchPair(*way.matcher, *firstFeatures, *secondFeatures), way.stamp);
             ++outcome.done;
         }
         progress.advance();

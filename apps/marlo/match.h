@@ -15,9 +15,13 @@ struct MatchOptions {
     /// "list:FILE" (a line for each pair: two names, in quotation marks where they hold spaces).
     std::string pairs = "all";
     std::string matcher = "DistFracMutual";
-    std::optional<float> ratio;  ///< of the ratio test, where the matcher has one
-    int threads = 0;             ///< 0: as many as there are
-    bool force = false;          ///< also what is done already
+    /// What tells SIFT rows apart: "hellinger" (see hellingerRows()) or "euclidean".
+    std::string distance = "hellinger";
+    /// Of the ratio test, where the matcher has one; if not given, 0.85 for SIFT rows and 0.9 for
+    /// LDAH codes.
+    std::optional<float> ratio;
+    int threads = 0;     ///< 0: as many as there are
+    bool force = false;  ///< also what is done already
 };
 
 /// What can be wrong with the options before anything is done. `features` is "sift" or "ldah".
@@ -26,14 +30,17 @@ void check(const MatchOptions& options, const std::string& features);
 
 /// Matches pairs of photographs that have features, each pair in one transaction.
 /// @throws ProjectError, OutOfSpace; std::invalid_argument as check(); std::runtime_error if a list
-///         of pairs cannot be read or there are no two photographs with features.
+///         of pairs cannot be read or there are no two photographs with features. A pair that
+///         cannot be matched is reported and counted as failed.
 Outcome match(const MatchOptions& options, Project& project, Progress& progress);
 
 struct VerifyOptions {
     double error = 2.0;     ///< pixels that an inlier may lie from its epipolar line or its place
     int leastInliers = 15;  ///< fewer are none
-    int threads = 0;        ///< 0: as many as there are
-    bool force = false;     ///< also what is done already
+    /// Of the matches, or the pair has no geometry: by chance a few always agree with some model.
+    double leastShare = 0.1;
+    int threads = 0;     ///< 0: as many as there are
+    bool force = false;  ///< also what is done already
 };
 
 /// Finds, for every matched pair, the fundamental matrix and the homography that most matches agree
@@ -42,7 +49,8 @@ struct VerifyOptions {
 /// @throws ProjectError, OutOfSpace.
 Outcome verify(const VerifyOptions& options, Project& project, Progress& progress);
 
-/// The geometry of one pair.
+/// The geometry of one pair. @throws std::runtime_error if matches are of keypoints that are not
+/// there.
 VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Keypoint>& second,
                         const MatchList& matches, const VerifyOptions& options);
 

@@ -1,35 +1,41 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
-#include <map>
 #include <mutex>
-#include <system_error>
+#include <optional>
 #include <thread>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace marlo::app {
 
-/// Calls produce(i) for i = 0 ... count - 1 on `workers` threads, and consume(i, result) for each
-/// in this order on the calling thread. Workers run ahead by a few results at most. Once stop() is
-/// true, asked before each item, no further item begins; those begun are consumed. Returns how many
-/// have been. After an exception of produce or consume no further item begins, those begun are
-/// dropped, and the first exception is thrown.
+/// Calls produce(i) for i = 0 ... count - 1 on `workers` threads, at least one, and consume(i,
+/// result) for each in this order on the calling thread. Workers run ahead by at most two results
+/// each. Once stop() is true, asked before each item, no further item begins; those begun are
+/// consumed. Returns how many have been. After an exception of produce or consume no further item
+/// begins, those begun are dropped, and the first exception is thrown.
 template <typename Produce, typename Consume, typename Stop>
 std::size_t workInOrder(std::size_t count, std::size_t workers, const Produce& produce,
                         const Consume& consume, const Stop& stop) {
     using Result = decltype(produce(std::size_t{}));
+    struct Slot {
+        std::optional<Result> result;
+        std::exception_ptr failure;
+
+        [[nodiscard]] bool isFilled() const { return result || failure; }
+    };
+    workers = std::clamp<std::size_t>(count, 1, std::max<std::size_t>(1, workers));
+    const std::size_t ahead = 2 * workers;
     std::mutex mutex;
     std::condition_variable changed;
-    std::map<std::size_t, std::variant<Result, std::exception_ptr>> results;
+    std::vector<Slot> slots(ahead);  // the result of item i is in slot i % ahead
     std::size_t next = 0;
     std::size_t consumed = 0;
     bool stopped = false;
-    const std::size_t ahead = 2 * workers;
 
     const auto work = [&] {
         for (;;) {
@@ -42,22 +48,23 @@ std::size_t workInOrder(std::size_t count, std::size_t workers, const Produce& p
             }
             const std::size_t i = next++;
             lock.unlock();
-            std::variant<Result, std::exception_ptr> result;
+            Slot done;
             try {
-                result.template emplace<0>(produce(i));
+                done.result.emplace(produce(i));
             } catch (...) {
-                result.template emplace<1>(std::current_exception());
+                done.failure = std::current_exception();
             }
             lock.lock();
-            results.emplace(i, std::move(result));
+            slots[i % ahead] = std::move(done);
             changed.notify_all();
         }
     };
     std::vector<std::thread> threads;
+    threads.reserve(workers);
     for (std::size_t w = 0; w < workers; ++w) {
         try {
             threads.emplace_back(work);
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {
             if (threads.empty()) throw;
             break;  // the system has no more; those that there are do the work
         }
@@ -66,18 +73,17 @@ std::size_t workInOrder(std::size_t count, std::size_t workers, const Produce& p
     std::exception_ptr failure;
     for (;;) {
         std::unique_lock<std::mutex> lock(mutex);
+        Slot& slot = slots[consumed % ahead];
         changed.wait(lock, [&] {
-            return results.count(consumed) != 0 || consumed == count ||
-                   (stopped && consumed == next);
+            return slot.isFilled() || consumed == count || (stopped && consumed == next);
         });
-        const auto found = results.find(consumed);
-        if (found == results.end()) break;
-        auto result = std::move(found->second);
-        results.erase(found);
+        if (!slot.isFilled()) break;
+        Slot done = std::move(slot);
+        slot = Slot();
         lock.unlock();
         try {
-            if (result.index() == 1) std::rethrow_exception(std::get<1>(result));
-            if (!failure) consume(consumed, std::move(std::get<0>(result)));
+            if (done.failure) std::rethrow_exception(done.failure);
+            if (!failure) consume(consumed, std::move(*done.result));
         } catch (...) {
             if (!failure) failure = std::current_exception();
         }

@@ -55,6 +55,12 @@ void OutputFile::commit() {
     committed_ = true;
 }
 
+void writeFile(const std::filesystem::path& path, std::string_view content) {
+    OutputFile file(path);
+    file.write(content);
+    file.commit();
+}
+
 struct GzipFile::Stream {
     static constexpr int kGzipWindow = 15 + 16;  // the largest window; 16 more: with gzip's header
     static constexpr int kMemoryLevel = 8;       // zlib's default

@@ -46,6 +46,9 @@ private:
     bool committed_ = false;
 };
 
+/// Writes an OutputFile at once.
+void writeFile(const std::filesystem::path& path, std::string_view content);
+
 /// An OutputFile whose content is compressed as gzip does it. The same content gives the same
 /// bytes: no time of writing is stored. Functions throw as OutputFile's, and std::bad_alloc.
 class GzipFile {

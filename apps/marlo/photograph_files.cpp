@@ -3,6 +3,8 @@
 
 #include <QByteArray>
 #include <QCryptographicHash>
+#include <QFile>
+#include <QString>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -17,6 +19,7 @@
 #include <opencv2/imgproc.hpp>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace marlo::app {
 namespace {
@@ -33,6 +36,8 @@ bool hasImageEnding(const fs::path& path) {
 }
 
 std::vector<unsigned char> readFile(const fs::path& path) {
+    std::error_code ignored;
+    if (fs::is_directory(path, ignored)) throw std::runtime_error("cannot be read: is a folder");
     std::ifstream file(path, std::ios::binary | std::ios::ate);
     if (!file) throw std::runtime_error("cannot be read: " + std::string(std::strerror(errno)));
     const std::streamoff size = file.tellg();
@@ -83,7 +88,43 @@ bool jpegIsWhole(const std::vector<unsigned char>& content) {
     return false;
 }
 
-// Exiv2 may be used by one thread at a time.
+// Sets the orientation that a TIFF file gives to the one in which its pixels lie. By any other,
+// OpenCV turns the pixels of this format, and only of this one, whatever it is asked for.
+void dropTiffOrientation(std::vector<unsigned char>& content) {
+    const bool little = content.size() > 8 && content[0] == 'I' && content[1] == 'I';
+    const bool big = content.size() > 8 && content[0] == 'M' && content[1] == 'M';
+    if (!little && !big) return;
+    const auto number = [&](std::size_t at, std::size_t bytes) {
+        std::size_t value = 0;
+        for (std::size_t i = 0; i < bytes; ++i) {
+            value = value << 8U | content[at + (little ? bytes - 1 - i : i)];
+        }
+        return value;
+    };
+    const std::size_t version = number(2, 2);
+    if (version != 42 && version != 43) return;
+    // BigTIFF, version 43, has the same lists with wider numbers.
+    const std::size_t word = version == 42 ? 4 : 8;
+    const std::size_t countBytes = version == 42 ? 2 : 8;
+    const std::size_t entryBytes = 4 + 2 * word;
+    if (content.size() < 2 * word) return;
+    const std::size_t list = number(word, word);
+    if (list > content.size() || content.size() - list < countBytes) return;
+    const std::size_t first = list + countBytes;
+    const std::size_t entries =
+        std::min(number(list, countBytes), (content.size() - first) / entryBytes);
+    for (std::size_t i = 0; i < entries; ++i) {
+        const std::size_t entry = first + i * entryBytes;
+        if (number(entry, 2) != 274) continue;
+        const std::size_t type = number(entry + 2, 2);
+        const std::size_t valueBytes = type == 4 ? 4 : type == 3 ? 2 : 1;
+        const std::size_t value = entry + 4 + word;
+        std::fill_n(content.data() + value, valueBytes, static_cast<unsigned char>(0));
+        content[little ? value : value + valueBytes - 1] = 1;
+    }
+}
+
+// Files may be read with Exiv2 by one thread at a time.
 std::mutex exiv2InUse;
 
 // What EXIF says; nothing if it is missing or damaged, which is no reason to refuse a photograph.
@@ -103,8 +144,18 @@ Exiv2::ExifData metadata(const std::vector<unsigned char>& content) {
 double numberOf(const Exiv2::ExifData& exif, const char* key) {
     const auto entry = exif.findKey(Exiv2::ExifKey(key));
     if (entry == exif.end() || entry->count() == 0) return 0.0;
+    const Exiv2::TypeId type = entry->typeId();
+    // Exiv2 takes the first letter of a text for its number.
+    if (type > Exiv2::tiffDouble || type == Exiv2::asciiString || type == Exiv2::undefined)
+        return 0.0;
     const auto value = static_cast<double>(entry->toFloat());
     return std::isfinite(value) && value > 0.0 ? value : 0.0;
+}
+
+// A number that stands for a choice, 0 if nothing is said. There is no choice -1.
+int choiceOf(const Exiv2::ExifData& exif, const char* key) {
+    const double value = numberOf(exif, key);
+    return value <= std::numeric_limits<std::uint16_t>::max() ? static_cast<int>(value) : -1;
 }
 
 std::string textOf(const Exiv2::ExifData& exif, const char* key) {
@@ -123,7 +174,7 @@ double focalLengthInPixels(const Exiv2::ExifData& exif, int longerSide) {
                                          numberOf(exif, "Exif.Photo.PixelYDimension"));
     if (millimetres <= 0.0 || resolution <= 0.0) return 0.0;
     double unit = 0.0;  // in millimetres
-    switch (static_cast<int>(numberOf(exif, "Exif.Photo.FocalPlaneResolutionUnit"))) {
+    switch (choiceOf(exif, "Exif.Photo.FocalPlaneResolutionUnit")) {
         case 0:  // not said
         case 2:
             unit = 25.4;
@@ -153,17 +204,18 @@ Camera cameraOf(const Exiv2::ExifData& exif, int width, int height) {
     const std::string maker = textOf(exif, "Exif.Image.Make");
     const std::string model = textOf(exif, "Exif.Image.Model");
     if (!maker.empty() || !model.empty()) {
-        camera.device = maker + '|' + model + '|' + textOf(exif, "Exif.Photo.FocalLength");
+        camera.device = maker + '|' + model + '|' + textOf(exif, "Exif.Photo.LensModel") + '|' +
+                        textOf(exif, "Exif.Photo.FocalLength");
     }
     return camera;
 }
 
-cv::Mat decode(const std::vector<unsigned char>& content) {
+cv::Mat decode(std::vector<unsigned char> content) {
+    dropTiffOrientation(content);
     if (isJpeg(content) && !jpegIsWhole(content)) {
         throw std::runtime_error("ends early: the file has been cut off");
     }
-    const cv::Mat bytes(1, static_cast<int>(content.size()), CV_8U,
-                        const_cast<unsigned char*>(content.data()));
+    const cv::Mat bytes(1, static_cast<int>(content.size()), CV_8U, content.data());
     cv::Mat image;
     try {
         image = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
@@ -253,14 +305,24 @@ FloatImage greyOf(const cv::Mat& image) {
 
 }  // namespace
 
-PhotographFiles findPhotographs(const std::vector<std::string>& arguments) {
+PhotographFiles findPhotographs(const std::vector<std::string>& arguments,
+                                const std::optional<fs::path>& excluded) {
+    const auto isSearched = [&](const fs::path& folder) {
+        std::error_code none;
+        const bool pictures = folder.filename() == "pictures" && isProject(folder.parent_path());
+        return !pictures && !isProject(folder) &&
+               !(excluded && fs::equivalent(*excluded, folder, none));
+    };
     std::set<fs::path> found;
     std::vector<fs::path> bases;
     for (const std::string& argument : arguments) {
         std::error_code error;
-        const fs::path path = fs::canonical(argument, error);
+        fs::path path = fs::canonical(argument, error);
         if (error) throw std::runtime_error(argument + ": " + error.message());
         if (!fs::is_directory(path)) {
+            // A linked file goes by the link's name, as in a folder that is searched.
+            const fs::path given = fs::absolute(argument);
+            path = fs::canonical(given.parent_path()) / given.filename();
             found.insert(path);
             bases.push_back(path.parent_path());
             continue;
@@ -269,8 +331,7 @@ PhotographFiles findPhotographs(const std::vector<std::string>& arguments) {
         try {
             for (fs::recursive_directory_iterator at(path), end; at != end; ++at) {
                 const fs::directory_entry& entry = *at;
-                // A project's pictures are no photographs.
-                if (entry.is_directory() && fs::exists(entry.path() / "database.db")) {
+                if (entry.is_directory() && !isSearched(entry.path())) {
                     at.disable_recursion_pending();
                 }
                 if (entry.is_regular_file() && hasImageEnding(entry.path())) {
@@ -308,13 +369,11 @@ DecodedPhotograph decodePhotograph(const fs::path& path, const DecodeOptions& op
     DecodedPhotograph photograph;
     cv::Mat image;
     {
-        const std::vector<unsigned char> content = readFile(path);
+        std::vector<unsigned char> content = readFile(path);
         photograph.contentHash = hashOf(content);
-        image = decode(content);
         const Exiv2::ExifData exif = metadata(content);
-        if (options.applyOrientation) {
-            orient(image, static_cast<int>(numberOf(exif, "Exif.Image.Orientation")));
-        }
+        image = decode(std::move(content));
+        if (options.applyOrientation) orient(image, choiceOf(exif, "Exif.Image.Orientation"));
         photograph.camera = cameraOf(exif, image.cols, image.rows);
     }
     photograph.grey = greyOf(image);
@@ -325,15 +384,20 @@ DecodedPhotograph decodePhotograph(const fs::path& path, const DecodeOptions& op
 }
 
 std::string contentHash(const fs::path& path) {
-    return hashOf(readFile(path));
+    QFile file(QString::fromStdString(path.string()));
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file)) {
+        throw std::runtime_error("cannot be read: " + file.errorString().toStdString());
+    }
+    return hash.result().toHex().toStdString();
 }
 
 Preview readPreview(const fs::path& path, int longestSide, const DecodeOptions& options) {
-    const std::vector<unsigned char> content = readFile(path);
-    cv::Mat image = decode(content);
-    if (options.applyOrientation) {
-        orient(image, static_cast<int>(numberOf(metadata(content), "Exif.Image.Orientation")));
-    }
+    std::vector<unsigned char> content = readFile(path);
+    const int orientation =
+        options.applyOrientation ? choiceOf(metadata(content), "Exif.Image.Orientation") : 0;
+    cv::Mat image = decode(std::move(content));
+    orient(image, orientation);
     Preview preview;
     const int longer = std::max(image.rows, image.cols);
     if (longer > longestSide) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <opencv2/core/mat.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,10 +23,12 @@ struct PhotographFiles {
 };
 
 /// The photographs that files and folders name: folders are searched with their subfolders for
-/// files with an image's ending, files are taken as they are. Each file once.
+/// files with an image's ending, files are taken as they are. Each file once. Not searched are
+/// projects below a folder, a project's own pictures, and `excluded`.
 /// @throws std::runtime_error if an argument does not exist or cannot be read, or if there is no
 ///         photograph at all.
-PhotographFiles findPhotographs(const std::vector<std::string>& arguments);
+PhotographFiles findPhotographs(const std::vector<std::string>& arguments,
+                                const std::optional<std::filesystem::path>& excluded = {});
 
 /// A decoded photograph: sensor pixels, whatever EXIF says of its orientation, unless asked for.
 struct DecodedPhotograph {

@@ -62,6 +62,11 @@ void Progress::warning(const std::string& text) {
     report("warning: " + text, {{"event", "warning"}, {"text", text}});
 }
 
+void Progress::failed(const std::string& name, const std::string& reason) {
+    report("failed: " + name + ": " + reason,
+           {{"event", "failed"}, {"name", name}, {"reason", reason}});
+}
+
 void Progress::report(const std::string& text, const nlohmann::json& event) {
     if (form_ == Form::json) {
         // Names of files need not be UTF-8.

@@ -35,6 +35,8 @@ public:
     /// A line for people, {"event": "message", "text": ...} for programs.
     void message(const std::string& text);
     void warning(const std::string& text);
+    /// A photograph or a pair that could not be used, and why.
+    void failed(const std::string& name, const std::string& reason);
     /// A result: `text` for people, `event` for programs.
     void report(const std::string& text, const nlohmann::json& event);
 

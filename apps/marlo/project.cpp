@@ -6,11 +6,14 @@
 #include <sqlite3.h>
 
 #include <Eigen/LU>
+#include <QFileInfo>
 #include <QLockFile>
 #include <QString>
+#include <QUrl>
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <type_traits>
 #include <utility>
 
@@ -22,9 +25,10 @@ static_assert(std::endian::native == std::endian::little,
 
 constexpr int kFormat = 1;  // of this program's own tables
 constexpr std::int64_t kPairFactor = 2147483647;
-constexpr double kPixelCorner = 0.5;  // COLMAP's (0, 0) is the corner of the first pixel
-constexpr int kSimpleRadial = 2;      // COLMAP's camera model: focal length, centre, one distortion
+constexpr int kSimpleRadial = 2;  // COLMAP's camera model: focal length, centre, one distortion
 constexpr int kLongestBlob = 1'000'000'000;
+constexpr int kMostColumns = 128;  // of rows: SIFT's
+static_assert(kMostKeypoints * kMostColumns * sizeof(float) <= kLongestBlob);
 
 // COLMAP 3.8's tables, which later versions upgrade when they open the file.
 constexpr const char* kColmapTables = R"(
@@ -69,8 +73,6 @@ CREATE TABLE IF NOT EXISTS marlo_features(
 CREATE TABLE IF NOT EXISTS marlo_pairs(
     pair_id INTEGER PRIMARY KEY NOT NULL, first INTEGER NOT NULL, second INTEGER NOT NULL,
     scores BLOB, match_stamp TEXT NOT NULL, verify_stamp TEXT NOT NULL);
-CREATE INDEX IF NOT EXISTS marlo_pairs_second ON marlo_pairs(second);
-CREATE INDEX IF NOT EXISTS marlo_pairs_first ON marlo_pairs(first);
 )";
 
 std::int64_t pairId(std::int64_t first, std::int64_t second) {
@@ -97,9 +99,8 @@ PhotographStatus statusOf(const std::string& name) {
 
 void bindBlob(SQLite::Statement& statement, int index, const void* data, std::size_t bytes) {
     if (bytes > kLongestBlob) {
-        throw OutOfSpace("A photograph's features take " + std::to_string(bytes) +
-                         " bytes, more than the 1,000,000,000 that the database can hold in one "
-                         "entry. Ask for fewer keypoints (--keypoints).");
+        throw OutOfSpace("An entry of the database would take " + std::to_string(bytes) +
+                         " bytes, more than the 1,000,000,000 that it can hold.");
     }
     statement.bindNoCopy(index, bytes == 0 ? "" : data, static_cast<int>(bytes));
 }
@@ -146,10 +147,11 @@ std::vector<Keypoint> restored(const std::vector<StoredKeypoint>& all) {
 
 // x, y, scale, orientation; COLMAP's angles run clockwise as displayed.
 std::vector<float> colmapKeypoints(const std::vector<Keypoint>& keypoints) {
+    constexpr auto corner = static_cast<float>(kColmapPixelCorner);
     std::vector<float> all;
     all.reserve(4 * keypoints.size());
     for (const Keypoint& k : keypoints) {
-        all.insert(all.end(), {k.x + 0.5F, k.y + 0.5F, k.scale, -k.angle});
+        all.insert(all.end(), {k.x + corner, k.y + corner, k.scale, 0.0F - k.angle});
     }
     return all;
 }
@@ -253,6 +255,10 @@ struct Project::State {
         }
     }
 
+    [[noreturn]] void throwNoFeatures(std::int64_t id) const {
+        throw ProjectError(file() + " has no features of photograph " + std::to_string(id) + ".");
+    }
+
     // Everything that `work` does, or nothing.
     template <typename Work>
     void transaction(const Work& work) const {
@@ -267,8 +273,10 @@ struct Project::State {
         std::error_code error;
         std::filesystem::create_directories(folder, error);
         if (error) {
-            throw ProjectError("Cannot make the folder " + folder.string() + ": " +
-                               error.message() + ".");
+            const std::string what =
+                "Cannot make the folder " + folder.string() + ": " + error.message() + ".";
+            if (error == std::errc::no_space_on_device) throw OutOfSpace(what);
+            throw ProjectError(what);
         }
         const std::string path = (folder / "marlo.lock").string();
         lock = std::make_unique<QLockFile>(QString::fromStdString(path));
@@ -283,6 +291,11 @@ struct Project::State {
                                host.toStdString() + ") works on the project " + folder.string() +
                                ". Wait until it has finished, or use another folder (-o). If none "
                                "is running there, delete marlo.lock.");
+        }
+        constexpr std::uintmax_t kLittle = 1 << 16;
+        const std::filesystem::space_info space = std::filesystem::space(folder, error);
+        if (!error && space.available < kLittle) {
+            throw OutOfSpace("There is no space left for the project " + folder.string() + ".");
         }
         throw ProjectError("Cannot write in the folder " + folder.string() +
                            ": no lock file could be made. Is it writable, and is there space?");
@@ -308,6 +321,30 @@ struct Project::State {
         }
     }
 
+    void openDatabase(const std::string& name, int flags) {
+        constexpr int kPatience = 10'000;  // milliseconds
+        database = std::make_unique<SQLite::Database>(name, flags, kPatience);
+        checkOwner(*database);
+    }
+
+    void openForReading() {
+        try {
+            openDatabase(file(), SQLite::OPEN_READONLY);
+        } catch (const SQLite::Exception& error) {
+            // Readers, too, write beside the database, which a read-only folder forbids. Nothing
+            // that waits to be taken over says that nobody is changing it.
+            const bool forbidden =
+                error.getErrorCode() == SQLITE_CANTOPEN || error.getErrorCode() == SQLITE_READONLY;
+            std::error_code none;
+            const std::uintmax_t waiting = std::filesystem::file_size(file() + "-wal", none);
+            if (!forbidden || (!none && waiting > 0)) throw;
+            const QFileInfo place(QString::fromStdString(file()));
+            const QByteArray uri = QUrl::fromLocalFile(place.absoluteFilePath()).toEncoded();
+            openDatabase(uri.toStdString() + "?immutable=1",
+                         SQLite::OPEN_READONLY | SQLite::OPEN_URI);
+        }
+    }
+
     void open(Access access) {
         const bool write = access != Access::read;
         if (access != Access::write && !std::filesystem::exists(file())) {
@@ -317,13 +354,9 @@ struct Project::State {
         }
         if (write) takeLock();
         try {
-            database = std::make_unique<SQLite::Database>(
-                file(),
-                write ? SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE : SQLite::OPEN_READONLY,
-                10'000);
-            checkOwner(*database);
+            if (!write) return openForReading();
+            openDatabase(file(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
             database->exec("PRAGMA foreign_keys = ON");
-            if (!write) return;
             // A reader never waits, and a killed process leaves whole transactions.
             database->exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
             SQLite::Transaction whole(*database);
@@ -366,6 +399,11 @@ struct Project::State {
 
     // Removes a photograph's features and what depends on them.
     static void forget(SQLite::Database& db, std::int64_t image) {
+        if (db.tableExists("frames")) {
+            throw ProjectError(
+                "A later COLMAP has made rigs and frames in this database, which would not fit "
+                "photographs that are added, replaced or removed. Use another project folder.");
+        }
         // By the ids themselves: COLMAP's own matcher may have added pairs.
         const std::string id = std::to_string(image);
         const std::string factor = std::to_string(kPairFactor);
@@ -529,29 +567,47 @@ void Project::putFailure(const Photograph& photograph, const std::string& reason
     });
 }
 
+void Project::remove(const Photograph& photograph) {
+    state_->transaction([&](SQLite::Database& db) {
+        State::forget(db, photograph.id);
+        db.exec("DELETE FROM marlo_photographs WHERE image_id = " + std::to_string(photograph.id));
+    });
+}
+
+std::vector<Keypoint> Project::keypoints(std::int64_t id) const {
+    return state_->run([&](SQLite::Database& db) {
+        SQLite::Statement get(db, "SELECT keypoints FROM marlo_features WHERE image_id = ?");
+        get.bind(1, id);
+        if (!get.executeStep()) state_->throwNoFeatures(id);
+        return restored(arrayOf<StoredKeypoint>(get.getColumn(0)));
+    });
+}
+
 Features Project::features(std::int64_t id) const {
     return state_->run([&](SQLite::Database& db) {
         SQLite::Statement get(
             db, "SELECT rows, keypoints, type, cols, data FROM marlo_features WHERE image_id = ?");
         get.bind(1, id);
-        if (!get.executeStep()) {
-            throw ProjectError(state_->file() + " has no features of photograph " +
-                               std::to_string(id) + ".");
-        }
+        if (!get.executeStep()) state_->throwNoFeatures(id);
         Features features;
         features.keypoints = restored(arrayOf<StoredKeypoint>(get.getColumn(1)));
         const int rows = get.getColumn(0).getInt();
-        features.rows = DescMat(rows, get.getColumn(3).getInt(), get.getColumn(2).getInt());
+        const int type = get.getColumn(2).getInt();
+        const int cols = get.getColumn(3).getInt();
         const SQLite::Column data = get.getColumn(4);
+        const bool known =
+            (type == DescMat::Float || type == DescMat::Byte) && cols >= 0 && cols <= kMostColumns;
         const std::size_t rowBytes =
-            static_cast<std::size_t>(features.rows.cols) * features.rows.elemSizeBytes();
-        const bool whole = static_cast<std::size_t>(data.getBytes()) ==
-                               static_cast<std::size_t>(rows) * rowBytes &&
-                           features.keypoints.size() == static_cast<std::size_t>(rows);
+            known ? static_cast<std::size_t>(cols) * (type == DescMat::Float ? sizeof(float) : 1)
+                  : 0;
+        const bool whole =
+            known && features.keypoints.size() == static_cast<std::size_t>(rows) &&
+            static_cast<std::size_t>(data.getBytes()) == features.keypoints.size() * rowBytes;
         if (!whole) {
             throw ProjectError(state_->file() + ": the features of photograph " +
                                std::to_string(id) + " are damaged. Extract it again (--force).");
         }
+        features.rows = DescMat(rows, cols, type);
         const auto* const bytes = static_cast<const unsigned char*>(data.getBlob());
         for (int i = 0; i < rows; ++i) {
             std::memcpy(features.rows.data + static_cast<std::size_t>(i) * features.rows.step,
@@ -631,6 +687,12 @@ PairMatches Project::matches(std::int64_t first, std::int64_t second) const {
         if (!get.executeStep()) return found;
         found.matches = matchListOf(get.getColumn(0));
         found.scores = arrayOf<float>(get.getColumn(1));
+        if (found.scores.size() != static_cast<std::size_t>(found.matches.rows())) {
+            throw ProjectError("The matches of photographs " + std::to_string(first) + " and " +
+                               std::to_string(second) +
+                               " have been changed by another program. Match again (marlo match "
+                               "--force).");
+        }
         return found;
     });
 }
@@ -648,10 +710,10 @@ void Project::putGeometry(std::int64_t first, std::int64_t second, const Verifie
         bindMatches(put, 3, geometry.inliers);
         put.bind(4, geometry.config);
         if (!geometry.fundamental.isZero()) {
-            bindMatrix(put, 5, shiftedFundamental(geometry.fundamental, kPixelCorner));
+            bindMatrix(put, 5, shiftedFundamental(geometry.fundamental, kColmapPixelCorner));
         }
         if (!geometry.homography.isZero()) {
-            bindMatrix(put, 6, shiftedHomography(geometry.homography, kPixelCorner));
+            bindMatrix(put, 6, shiftedHomography(geometry.homography, kColmapPixelCorner));
         }
         put.exec();
         SQLite::Statement own(db, "UPDATE marlo_pairs SET verify_stamp = ? WHERE pair_id = ?");
@@ -670,10 +732,33 @@ std::optional<VerifiedPair> Project::geometry(std::int64_t first, std::int64_t s
         VerifiedPair found;
         found.inliers = matchListOf(get.getColumn(0));
         found.config = get.getColumn(1).getInt();
-        found.fundamental = shiftedFundamental(matrixOf(get.getColumn(2)), -kPixelCorner);
-        found.homography = shiftedHomography(matrixOf(get.getColumn(3)), -kPixelCorner);
+        found.fundamental = shiftedFundamental(matrixOf(get.getColumn(2)), -kColmapPixelCorner);
+        found.homography = shiftedHomography(matrixOf(get.getColumn(3)), -kColmapPixelCorner);
         return found;
     });
+}
+
+bool isProject(const std::filesystem::path& folder) {
+    std::error_code none;
+    const std::filesystem::path file = folder / "database.db";
+    if (!std::filesystem::is_regular_file(file, none)) return false;
+    try {
+        return SQLite::Database(file.string(), SQLite::OPEN_READONLY).tableExists("marlo_settings");
+    } catch (const SQLite::Exception&) {
+        // Most likely one that is being written to. A pictures folder must not be searched for it.
+        return std::filesystem::exists(folder / "marlo.lock", none);
+    }
+}
+
+std::vector<Photograph> photographsWithFeatures(const Project& project) {
+    std::vector<Photograph> all = project.photographs();
+    std::erase_if(all, [](const Photograph& p) { return p.status != PhotographStatus::done; });
+    return all;
+}
+
+std::string featuresOf(const Photograph& photograph) {
+    const nlohmann::json stamp = nlohmann::json::parse(photograph.stamp, nullptr, false);
+    return stamp.is_object() ? stamp.value("features", "") : "";
 }
 
 }  // namespace marlo::app

@@ -28,14 +28,20 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// What is known of the camera of a photograph. Photographs of the same device, with the same lens
-/// and size, share one in the project; one of an unknown device has its own.
+/// What the user has asked for cannot be done, whatever the photographs are.
+class UsageError : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
+};
+
+/// What is known of the camera of a photograph. Photographs of the same device with the same lens,
+/// focal length and size share one in the project; one of an unknown device has its own.
 struct Camera {
     int width = 0;  ///< of the photograph, in pixels
     int height = 0;
     double focalLength = 0.0;       ///< in pixels
     bool focalLengthKnown = false;  ///< from the photograph's metadata; otherwise a guess
-    std::string device;             ///< maker, model, lens; empty if unknown
+    std::string device;             ///< maker, model, lens, focal length; empty if unknown
 
     bool operator==(const Camera&) const = default;
 };
@@ -79,6 +85,9 @@ struct PairMatches {
     MatchList matches;
     std::vector<float> scores;  ///< of each match, larger is better
 };
+
+/// So many keypoints can a photograph have: an entry of the database holds 1,000,000,000 bytes.
+constexpr std::size_t kMostKeypoints = 1'900'000;
 
 /// Geometry of a pair. `config` is the reconstruction program's: 1 degenerate, 3 uncalibrated,
 /// 6 planar or panoramic.
@@ -126,14 +135,19 @@ public:
     void putFeatures(const Photograph& photograph, const Camera& camera, const Features& features,
                      const DescMat& descriptorBytes);
     void putFailure(const Photograph& photograph, const std::string& reason);
+    /// Forgets a photograph with all that the project has of it.
+    void remove(const Photograph& photograph);
     /// @throws ProjectError if there are none.
     [[nodiscard]] Features features(std::int64_t id) const;
+    /// The keypoints alone. @throws as features().
+    [[nodiscard]] std::vector<Keypoint> keypoints(std::int64_t id) const;
     [[nodiscard]] Camera camera(std::int64_t id) const;
 
     /// All pairs that have been matched, by first and second id.
     [[nodiscard]] std::vector<Pair> pairs() const;
     void putMatches(std::int64_t first, std::int64_t second, const PairMatches& matches,
                     const std::string& stamp);
+    /// @throws ProjectError if another program has changed them.
     [[nodiscard]] PairMatches matches(std::int64_t first, std::int64_t second) const;
     void putGeometry(std::int64_t first, std::int64_t second, const VerifiedPair& geometry,
                      const std::string& stamp);
@@ -145,5 +159,17 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+/// Whether a folder is a project of this program.
+[[nodiscard]] bool isProject(const std::filesystem::path& folder);
+
+/// The photographs that have features, by id.
+[[nodiscard]] std::vector<Photograph> photographsWithFeatures(const Project& project);
+
+/// What a photograph's features are, "sift" or "ldah"; empty if it has none.
+[[nodiscard]] std::string featuresOf(const Photograph& photograph);
+
+/// COLMAP's (0, 0) is the corner of the first pixel, ours its centre.
+constexpr double kColmapPixelCorner = 0.5;
 
 }  // namespace marlo::app

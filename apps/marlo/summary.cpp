@@ -15,10 +15,14 @@ namespace {
 
 using nlohmann::json;
 
-void write(const std::filesystem::path& path, const std::string& content) {
-    OutputFile file(path);
-    file.write(content);
-    file.commit();
+// Text in a cell of a table.
+std::string cell(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '|' || c == '\\') escaped += '\\';
+        escaped += c == '\n' ? ' ' : c;
+    }
+    return escaped;
 }
 
 }  // namespace
@@ -69,9 +73,9 @@ std::string summaryText(const json& summary) {
          << "| photograph | keypoints | seconds |\n|---|---|---|\n"
          << std::fixed << std::setprecision(2);
     for (const json& photograph : summary["photographs"]) {
-        text << "| " << photograph["name"].get<std::string>() << " | ";
+        text << "| " << cell(photograph["name"].get<std::string>()) << " | ";
         if (photograph.contains("failed")) {
-            text << "failed: " << photograph["failed"].get<std::string>();
+            text << "failed: " << cell(photograph["failed"].get<std::string>());
         } else if (photograph.contains("waiting")) {
             text << "not extracted yet";
         } else {
@@ -81,8 +85,9 @@ std::string summaryText(const json& summary) {
     }
     text << "\n| pair | matches | verified |\n|---|---|---|\n";
     for (const json& pair : summary["pairs"]) {
-        text << "| " << pair["first"].get<std::string>() << ", "
-             << pair["second"].get<std::string>() << " | " << pair["matches"].get<int>() << " | ";
+        text << "| " << cell(pair["first"].get<std::string>()) << ", "
+             << cell(pair["second"].get<std::string>()) << " | " << pair["matches"].get<int>()
+             << " | ";
         if (pair.contains("verified")) text << pair["verified"].get<int>();
         text << " |\n";
     }
@@ -91,9 +96,9 @@ std::string summaryText(const json& summary) {
 
 void writeSummary(const Project& project) {
     const json all = summary(project);
-    write(project.folder() / "summary.json",
-          all.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
-    write(project.folder() / "summary.md", summaryText(all));
+    writeFile(project.folder() / "summary.json",
+              all.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+    writeFile(project.folder() / "summary.md", summaryText(all));
 }
 
 }  // namespace marlo::app

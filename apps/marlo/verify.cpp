@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <algorithm>
 #include <map>
-#include <memory>
+#include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
+#include <set>
 #include <vector>
 
 #include "libfeatures/version.h"
 #include "marlo/interruption.h"
 #include "marlo/match.h"
 #include "marlo/ordered_work.h"
+#include "marlo/pair_order.h"
+#include "marlo/recently_used.h"
 #include "support/system.h"
 
 namespace marlo::app {
@@ -52,10 +56,36 @@ Model estimated(const Estimate& estimate) {
     try {
         const cv::Mat matrix = estimate(agrees);
         return model(matrix, agrees);
-    } catch (const cv::Exception&) {
+    } catch (const cv::Exception& error) {
+        if (error.code == cv::Error::StsNoMem) throw std::bad_alloc();
         return {};  // too few matches, or all of them in one place
     }
 }
+
+struct Verified {
+    VerifiedPair geometry;
+    std::string failure;
+};
+
+std::size_t mostKeypointBytes(const Project& project) {
+    std::size_t most = 1;
+    for (const Photograph& photograph : project.photographs()) {
+        most = std::max(most, static_cast<std::size_t>(photograph.keypoints) * sizeof(Keypoint));
+    }
+    return most;
+}
+
+// Pairs are what is done side by side.
+class OneOpenCvThread {
+public:
+    OneOpenCvThread() : before_(cv::getNumThreads()) { cv::setNumThreads(1); }
+    ~OneOpenCvThread() { cv::setNumThreads(before_); }
+    OneOpenCvThread(const OneOpenCvThread&) = delete;
+    OneOpenCvThread& operator=(const OneOpenCvThread&) = delete;
+
+private:
+    int before_;
+};
 
 }  // namespace
 
@@ -63,11 +93,10 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
                         const MatchList& matches, const VerifyOptions& options) {
     VerifiedPair verified;
     verified.inliers.resize(0, 2);
-    if (matches.rows() < options.leastInliers) return verified;
+    if (matches.rows() == 0 || matches.rows() < options.leastInliers) return verified;
     if (matches.col(0).maxCoeff() >= first.size() || matches.col(1).maxCoeff() >= second.size()) {
-        throw ProjectError(
-            "The database has matches of keypoints that are not there. Match the "
-            "photographs again (marlo match --force).");
+        throw std::runtime_error(
+            "there are matches of keypoints that are not there; match again (marlo match --force)");
     }
     std::vector<cv::Point2d> from;
     std::vector<cv::Point2d> to;
@@ -91,7 +120,9 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
                               kPlanarShare * static_cast<double>(epipolar.inliers.size());
     const Model& kept =
         isPlanar && planar.inliers.size() > epipolar.inliers.size() ? planar : epipolar;
-    if (kept.inliers.size() < least) return verified;
+    const double share =
+        static_cast<double>(kept.inliers.size()) / static_cast<double>(matches.rows());
+    if (kept.inliers.size() < least || share < options.leastShare) return verified;
     verified.config = isPlanar ? kPlanarOrPanoramic : kUncalibrated;
     verified.fundamental = epipolar.matrix;
     verified.homography = planar.matrix;
@@ -105,47 +136,65 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
 Outcome verify(const VerifyOptions& options, Project& project, Progress& progress) {
     const std::string stamp = nlohmann::json({{"error", options.error},
                                               {"least_inliers", options.leastInliers},
+                                              {"least_share", options.leastShare},
                                               {"library", libraryVersion()}})
                                   .dump();
-    const std::vector<Pair> pairs = project.pairs();
-    std::vector<Pair> wanted;
+    std::set<PairOfIds> unverified;
     Outcome outcome;
-    for (const Pair& pair : pairs) {
+    for (const Pair& pair : project.pairs()) {
         if (!options.force && pair.inliers && pair.verifyStamp == stamp) {
             ++outcome.skipped;
         } else {
-            wanted.push_back(pair);
+            unverified.insert({pair.first, pair.second});
         }
     }
-    // Positions only; rows are not needed, so all photographs' fit.
-    std::map<std::int64_t, std::vector<Keypoint>> keypoints;
-    for (const Pair& pair : wanted) {
-        for (const std::int64_t id : {pair.first, pair.second}) {
-            if (keypoints.count(id) == 0) keypoints[id] = project.features(id).keypoints;
-        }
+    const auto memory = static_cast<std::size_t>(availableMemory() / 8);
+    const std::vector<PairOfIds> wanted =
+        inBlocks(unverified, memory / 2 / mostKeypointBytes(project));
+    RecentlyUsed<std::vector<Keypoint>> cache(memory);
+    std::map<std::int64_t, std::string> names;
+    for (const Photograph& photograph : project.photographs()) {
+        names[photograph.id] = photograph.name;
     }
-    const int cvThreads = cv::getNumThreads();
-    cv::setNumThreads(1);
-    std::vector<MatchList> matches;
-    for (const Pair& pair : wanted) {
-        matches.push_back(project.matches(pair.first, pair.second).matches);
-    }
+    std::mutex inUse;  // the project and the cache
+    const auto keypointsOf = [&](std::int64_t id) {
+        return cache.get(
+            id, [&](std::int64_t i) { return project.keypoints(i); },
+            [](const std::vector<Keypoint>& all) { return all.size() * sizeof(Keypoint); });
+    };
+    const OneOpenCvThread oneThreadEach;
     const int threads = options.threads > 0 ? options.threads : system::noLogicalCPUs();
     progress.begin("verify", "pairs", wanted.size());
     workInOrder(
         wanted.size(), static_cast<std::size_t>(threads),
         [&](std::size_t i) {
-            return verifyPair(keypoints.at(wanted[i].first), keypoints.at(wanted[i].second),
-                              matches[i], options);
+            std::unique_lock<std::mutex> lock(inUse);
+            const auto first = keypointsOf(wanted[i].first);
+            const auto second = keypointsOf(wanted[i].second);
+            const MatchList matches = project.matches(wanted[i].first, wanted[i].second).matches;
+            lock.unlock();
+            Verified result;
+            try {
+                result.geometry = verifyPair(*first, *second, matches, options);
+            } catch (const std::runtime_error& error) {
+                result.failure = error.what();
+            }
+            return result;
         },
-        [&](std::size_t i, VerifiedPair&& verified) {
-            project.putGeometry(wanted[i].first, wanted[i].second, verified, stamp);
-            ++outcome.done;
+        [&](std::size_t i, Verified&& result) {
+            const std::lock_guard<std::mutex> lock(inUse);
+            if (result.failure.empty()) {
+                project.putGeometry(wanted[i].first, wanted[i].second, result.geometry, stamp);
+                ++outcome.done;
+            } else {
+                const std::string pair = names[wanted[i].first] + " and " + names[wanted[i].second];
+                ++outcome.failed;
+                progress.failed(pair, result.failure);
+            }
             progress.advance();
         },
         [] { return interruption() != 0; });
     progress.end();
-    cv::setNumThreads(cvThreads);
     outcome.interrupted = interruption() != 0;
     return outcome;
 }

@@ -232,7 +232,209 @@ class CommandLineTest(unittest.TestCase):
         self.assertIn("kernels", json.loads(self.marlo("info", "--json").stdout))
         self.assertIn("libfeatures", self.marlo("--version").stdout)
 
+    def test_photographs_on_edges_only_have_fewer_keypoints(self):
+        stripes = 0.5 + 0.4 * np.sin(np.arange(280) / 2.5) * np.ones((240, 1))
+        spot = np.exp(-((np.mgrid[0:240, 0:280] - 120.0) ** 2).sum(axis=0) / 18)
+        write_pgm(self.photographs / "0.pgm", np.clip(stripes + 0.5 * spot, 0, 1))
+        self.extract("--edge-ratio", "0")
+        every = self.rows("SELECT rows FROM keypoints")[0][0]
+        self.extract()
+        self.assertLess(self.rows("SELECT rows FROM keypoints")[0][0], every)
+
+    def test_the_distance_of_sift_rows_can_be_chosen(self):
+        self.write_photographs(2)
+        self.extract()
+        for distance in ("hellinger", "euclidean"):
+            result = self.marlo("match", self.project, "--distance", distance)
+            self.assertIn("match: 1 done", result.stderr)
+            self.assertIn(distance, self.rows("SELECT match_stamp FROM marlo_pairs")[0][0])
+
+    def test_photographs_whose_folder_has_moved_are_found(self):
+        self.write_photographs(2)
+        self.extract()
+        moved = self.folder / "moved"
+        self.photographs.rename(moved)
+        self.photographs = moved
+        result = self.extract()
+        self.assertIn("extract: 0 done, 2 were done already, 0 failed", result.stderr)
+        picture = self.folder / "keypoints.png"
+        shown = self.marlo("show", "keypoints", self.project, "0.pgm", "-o", picture)
+        self.assertEqual(shown.returncode, 0, shown.stderr)
+
+    def test_photographs_that_are_gone_are_named_and_removed_on_demand(self):
+        self.write_photographs(3)
+        self.marlo("run", self.photographs, "-o", self.project)
+        (self.photographs / "1.pgm").unlink()
+        result = self.extract()
+        self.assertIn("1 of the project's photographs (1.pgm) are not in", result.stderr)
+        self.assertEqual(self.rows("SELECT COUNT(*) FROM keypoints"), [(3,)])
+        self.assertEqual(self.extract("--prune").returncode, 0)
+        for table, rows in (("keypoints", 2), ("marlo_photographs", 2), ("matches", 1)):
+            self.assertEqual(self.rows(f"SELECT COUNT(*) FROM {table}"), [(rows,)], table)
+
+    def test_small_photographs_can_be_enlarged(self):
+        self.write_photographs(1)
+        self.extract()
+        as_they_are = self.rows("SELECT rows FROM keypoints")[0][0]
+        self.extract("--enlarge-below", "280")  # it is as long
+        self.assertEqual(self.rows("SELECT rows FROM keypoints")[0][0], as_they_are)
+        result = self.extract("--enlarge-below", "281")
+        self.assertIn("1 photographs had features of other content or parameters", result.stderr)
+        self.assertGreater(self.rows("SELECT rows FROM keypoints")[0][0], 1.5 * as_they_are)
+        data = self.rows("SELECT data FROM keypoints")[0][0]
+        points = np.frombuffer(data, np.float32).reshape(-1, 4)
+        self.assertGreater(points[:, 0].max(), 200)
+        self.assertLess(points[:, 0].max(), 280)
+        self.assertLess(points[:, 1].max(), 240)
+
+    def test_a_rerun_draws_nothing_anew(self):
+        self.write_photographs(2)
+        self.marlo("run", self.photographs, "-o", self.project)
+        result = self.marlo("run", self.photographs, "-o", self.project)
+        self.assertNotIn("pictures:", result.stderr)
+
+    def test_names_with_bars_keep_their_cell_of_the_summary(self):
+        write_pgm(self.photographs / "a|b.pgm", texture(1))
+        self.extract()
+        self.assertIn("| a\\|b.pgm |", (self.project / "summary.md").read_text())
+
+    def test_a_demo_beside_other_images_uses_its_own(self):
+        write_pgm(self.folder / "photographs" / "other.pgm", texture(1))
+        result = self.marlo("demo", "-o", self.folder)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertNotIn("other", (self.folder / "sift" / "summary.md").read_text())
+
+    def test_one_more_photograph_is_matched_with_all(self):
+        self.write_photographs(3)
+        self.marlo("run", self.photographs, "-o", self.project)
+        write_pgm(self.photographs / "more.pgm", texture(1))
+        result = self.marlo("run", self.photographs / "more.pgm", "-o", self.project)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.rows("SELECT COUNT(*) FROM matches"), [(6,)])
+
+    def test_a_project_in_the_photographs_own_folder_leaves_out_its_pictures(self):
+        self.write_photographs(2)
+        self.project = self.photographs
+        for _ in range(2):
+            result = self.marlo("run", self.photographs, "-o", self.project)
+            self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.rows("SELECT COUNT(*) FROM marlo_photographs"), [(2,)])
+
+    def test_masks_among_the_photographs_are_no_photographs(self):
+        self.write_photographs(1)
+        masks = self.photographs / "masks"
+        masks.mkdir()
+        write_png(masks / "0.pgm.png", np.full((240, 280), 255, np.uint8).tolist(), 0)
+        self.assertEqual(self.extract("--mask-dir", masks).returncode, 0)
+        self.assertEqual(self.rows("SELECT name FROM marlo_photographs"), [("0.pgm",)])
+
+    def test_the_database_of_another_program_does_not_hide_photographs(self):
+        self.write_photographs(1)
+        (self.photographs / "database.db").write_bytes(b"")
+        self.assertEqual(self.extract().returncode, 0)
+
     # What goes wrong.
+
+    def test_another_folder_does_not_take_the_place_of_one_that_is_gone(self):
+        self.write_photographs(1)
+        self.extract()
+        other = self.folder / "other"
+        write_pgm(other / "b.pgm", texture(1))
+        self.photographs.rename(self.folder / "away")
+        for more in ((), ("--prune",)):
+            result = self.marlo("extract", other, "-o", self.project, *more)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("none of them is in", result.stderr)
+        (self.folder / "away").rename(self.photographs)
+        self.assertIn("1 were done already", self.extract().stderr)
+
+    def test_features_of_two_kinds_are_matched_each_in_its_own_way(self):
+        self.write_photographs(2)
+        self.extract()
+        for i in (0, 1):  # become unreadable: their SIFT rows stay
+            (self.photographs / f"{i}.pgm").write_bytes(b"")
+        for i in (3, 4):
+            write_pgm(self.photographs / f"{i}.pgm", texture(1))
+        self.assertEqual(self.extract("--force", "--features", "ldah").returncode, 3)
+        result = self.marlo("match", self.project)
+        self.assertIn("match: 2 done, 0 were done already, 4 failed", result.stderr)
+        stamps = [json.loads(s) for s, in self.rows("SELECT match_stamp FROM marlo_pairs")]
+        self.assertEqual([s.get("distance") for s in stamps], ["hellinger", None])
+        self.assertEqual(self.marlo("match", self.project, "--matcher", "LeftRight").returncode, 2)
+        result = self.marlo("export", self.project, "--to", "colmap")
+        self.assertEqual(result.returncode, 2)
+        self.assertIn("LDAH rows", result.stderr)
+
+    def test_matches_that_another_program_has_changed_are_reported(self):
+        self.write_photographs(2)
+        self.marlo("run", self.photographs, "-o", self.project)
+        connection = sqlite3.connect(self.project / "database.db")
+        connection.execute("UPDATE matches SET rows = 1, data = x'0000000000000000'")
+        connection.commit()
+        connection.close()
+        result = self.marlo("show", "matches", self.project, "0.pgm", "1.pgm")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("changed by another program", result.stderr)
+
+    def test_a_database_with_rigs_of_a_later_colmap_is_left_alone(self):
+        self.write_photographs(1)
+        self.extract()
+        connection = sqlite3.connect(self.project / "database.db")
+        connection.execute("CREATE TABLE frames(frame_id INTEGER)")
+        connection.commit()
+        connection.close()
+        self.write_photographs(2)
+        result = self.extract()
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("rigs and frames", result.stderr)
+
+    def test_numbers_that_are_none_are_refused(self):
+        for arguments in (("verify", "x", "--max-error", "nan"), ("match", "x", "--ratio", "nan"),
+                          ("extract", "x", "-o", "y", "--edge-ratio", "nan"),
+                          ("extract", "x", "-o", "y", "--edge-ratio", "0.5")):
+            self.assertEqual(self.marlo(*arguments).returncode, 2, arguments)
+
+    def test_an_interrupted_run_or_demo_is_not_done(self):
+        self.write_photographs(1)
+        for i in range(60):
+            write_pgm(self.photographs / f"more{i}.pgm", texture(1))
+        for command in (("run", self.photographs), ("demo",)):
+            process = subprocess.Popen([MARLO, *command, "-o", self.folder / command[0], "--json"],
+                                       stdout=subprocess.PIPE, text=True)
+            while json.loads(process.stdout.readline()).get("task") != "extract":
+                pass
+            process.send_signal(signal.SIGINT)
+            output, _ = process.communicate(timeout=250)
+            self.assertEqual(process.returncode, 130)
+            self.assertNotIn('"event":"done"', output)
+
+    def test_masks_that_no_photograph_has_are_reported(self):
+        self.write_photographs(1)
+        masks = self.folder / "masks"
+        masks.mkdir()
+        result = self.extract("--mask-dir", masks)
+        self.assertEqual(result.returncode, 0)
+        self.assertIn("no photograph has a mask in", result.stderr)
+        self.assertIn("0.pgm.png", result.stderr)
+
+    def test_pairs_that_a_list_cannot_hold_are_named_and_exit_with_3(self):
+        for name in ("a.pgm", "b.pgm", "c d.pgm"):
+            write_pgm(self.photographs / name, texture(1))
+        self.marlo("run", self.photographs, "-o", self.project)
+        result = self.marlo("export", self.project, "--to", "colmap")
+        self.assertEqual(result.returncode, 3)
+        self.assertIn('"a.pgm" and "c d.pgm"', result.stderr)
+        self.assertIn("a.pgm b.pgm", (self.project / "colmap" / "matches.txt").read_text())
+
+    @unittest.skipIf(os.geteuid() == 0, "the administrator may write everywhere")
+    def test_a_project_that_cannot_be_written_to_can_be_read(self):
+        self.write_photographs(2)
+        self.marlo("run", self.photographs, "-o", self.project)
+        self.project.chmod(0o500)
+        result = self.marlo("export", self.project, "--to", "npz", "-o", self.folder / "arrays")
+        self.project.chmod(0o700)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertTrue((self.folder / "arrays" / "matches.npz").exists())
 
     def test_usage_errors_exit_with_2(self):
         self.write_photographs(1)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <vector>
@@ -29,6 +30,29 @@ std::vector<int> bytesOf(const DescMat& rows, int row) {
 std::vector<int> followedByZeros(std::vector<int> bytes) {
     bytes.resize(kElements, 0);
     return bytes;
+}
+
+TEST(DescriptorBytesTest, HellingerRowsAreRootsOfShares) {
+    // The sum is 0.5: shares of 0.04, 0.32 and 0.64.
+    const DescMat rows = hellingerRows(oneRow({0.02F, 0.16F, 0.32F}));
+    ASSERT_EQ(rows.rows, 1);
+    ASSERT_EQ(rows.cols, kElements);
+    ASSERT_EQ(rows.type(), DescMat::Float);
+    const auto* const elements = reinterpret_cast<const float*>(rows.data);
+    EXPECT_FLOAT_EQ(elements[0], 0.2F);
+    EXPECT_FLOAT_EQ(elements[1], 0.56568542F);
+    EXPECT_FLOAT_EQ(elements[2], 0.8F);
+    EXPECT_EQ(elements[3], 0.0F);
+}
+
+TEST(DescriptorBytesTest, HellingerRowsThatPointNowhereStay) {
+    EXPECT_EQ(reinterpret_cast<const float*>(hellingerRows(oneRow({})).data)[0], 0.0F);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const DescMat rows = hellingerRows(oneRow({0.5F, nan}));
+    EXPECT_EQ(reinterpret_cast<const float*>(rows.data)[0], 0.5F);
+    EXPECT_TRUE(std::isnan(reinterpret_cast<const float*>(rows.data)[1]));
+    EXPECT_EQ(hellingerRows(DescMat()).rows, 0);
+    EXPECT_THROW(hellingerRows(DescMat(1, 16, DescMat::Byte)), std::invalid_argument);
 }
 
 TEST(DescriptorBytesTest, ColmapRowsAreRootsOfSharesOf512Rounded) {

@@ -131,9 +131,10 @@ TEST(ExportFormatTest, OtherWordsAreAnsweredWithTheChoices) {
         static_cast<void>(parseExportFormat("Colmap"));
         FAIL() << "nothing was thrown";
     } catch (const std::invalid_argument& error) {
-        EXPECT_STREQ(error.what(),
-                     "There is no export format \"Colmap\". Choose colmap, openmvg, opencv-yaml or "
-                     "npz.");
+        EXPECT_STREQ(
+            error.what(),
+            "There is no export format \"Colmap\". Choose one of colmap, openmvg, opencv-yaml, "
+            "npz.");
     }
 }
 

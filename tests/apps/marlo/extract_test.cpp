@@ -1,0 +1,535 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "marlo/extract.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "apps/marlo/made_images.h"
+#include "apps/marlo/material.h"
+#include "apps/marlo/scratch.h"
+#include "libfeatures/base/registration.h"
+#include "libfeatures/descriptors/ldah_codes.h"
+#include "marlo/descriptor_bytes.h"
+#include "utilities/synthetic_images.h"
+
+namespace marlo::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::bytesOf;
+using test::encoded;
+using test::photographLikeImage;
+using test::refusal;
+using test::ScratchFolder;
+using test::writeBytes;
+using test::writePng;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Amounts of memory.
+
+TEST(ParseMemoryTest, NumbersAreBytes) {
+    EXPECT_EQ(parseMemory("1"), 1U);
+    EXPECT_EQ(parseMemory("1048576"), 1'048'576U);
+    EXPECT_EQ(parseMemory("7B"), 7U);
+}
+
+TEST(ParseMemoryTest, UnitsArePowersOf1024) {
+    EXPECT_EQ(parseMemory("3K"), 3U * 1024);
+    EXPECT_EQ(parseMemory("3KiB"), 3U * 1024);
+    EXPECT_EQ(parseMemory("500M"), 524'288'000U);
+    EXPECT_EQ(parseMemory("500MiB"), 524'288'000U);
+    EXPECT_EQ(parseMemory("8G"), 8'589'934'592U);
+    EXPECT_EQ(parseMemory("8GiB"), 8'589'934'592U);
+    EXPECT_EQ(parseMemory("2T"), 2'199'023'255'552U);
+    EXPECT_EQ(parseMemory("2TiB"), 2'199'023'255'552U);
+}
+
+TEST(ParseMemoryTest, PartsOfAUnitArePossible) {
+    EXPECT_EQ(parseMemory("1.5K"), 1536U);
+    EXPECT_EQ(parseMemory("0.25G"), 268'435'456U);
+}
+
+TEST(ParseMemoryTest, OtherTextsAreRefused) {
+    for (const char* const text : {"", "G", "much", "0", "0G", "-1", "-8G", "8X", "8g", "8 G",
+                                   "8GB", "8G ", "nan", "inf", "1e30", "4194304T", "1,5G"}) {
+        EXPECT_EQ(refusal<std::invalid_argument>([&] { parseMemory(text); }),
+                  std::string("'") + text + "' is not an amount of memory such as 8G or 500M");
+    }
+}
+
+TEST(AvailableMemoryTest, IsSomeAndNotMoreThanThereCanBe) {
+    EXPECT_GT(availableMemory(), std::uint64_t{1} << 20);
+    EXPECT_LT(availableMemory(), std::uint64_t{1} << 50);
+}
+
+// Extraction.
+
+class ExtractTest : public testing::Test {
+protected:
+    ExtractTest() {
+        // Once for all tests, as the program does it.
+        static const bool registered = [] {
+            registerMainFeatureDetectors();
+            registerMainDescriptorExtractors();
+            registerMainKeypointSelectors();
+            registerMainTransforms();
+            return true;
+        }();
+        static_cast<void>(registered);
+        options.keypoints = 60;
+        options.threads = 2;
+    }
+
+    [[nodiscard]] fs::path photograph(const std::string& name) const {
+        return folder / ("photographs/" + name);
+    }
+    void writePhotograph(const std::string& name, std::uint32_t seed = 1) const {
+        writePng(photograph(name), photographLikeImage(120, 160, seed));
+    }
+
+    Outcome run(const std::string& below = "") {
+        Progress progress(said, Progress::Form::lines);
+        return extract(findPhotographs({photograph(below).string()}), options, project, progress);
+    }
+
+    // The keypoints of all photographs, for comparison.
+    std::vector<std::string> everything() {
+        std::vector<std::string> all;
+        for (const Photograph& one : project.photographs()) {
+            const Features features = project.features(one.id);
+            all.push_back(one.name + bytesOf(features.keypoints) + bytesOf(features.rows));
+        }
+        return all;
+    }
+
+    ScratchFolder folder;
+    Project project{folder / "project", Project::Access::write};
+    ExtractOptions options;
+    std::ostringstream said;
+};
+
+TEST_F(ExtractTest, PhotographsAreStoredInTheOrderOfTheirNames) {
+    for (const char* const name : {"c.png", "a.png", "b/d.png"}) writePhotograph(name);
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 3U);
+    EXPECT_EQ(outcome.skipped, 0U);
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_FALSE(outcome.interrupted);
+    const std::vector<Photograph> all = project.photographs();
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(all[0].name, "a.png");
+    EXPECT_EQ(all[1].name, "b/d.png");
+    EXPECT_EQ(all[2].name, "c.png");
+    EXPECT_EQ(all[0].status, PhotographStatus::done);
+    EXPECT_EQ(all[0].width, 160);
+    EXPECT_EQ(all[0].height, 120);
+    EXPECT_EQ(all[0].keypoints, 60);
+    EXPECT_GT(all[0].seconds, 0.0);
+    EXPECT_EQ(project.camera(1), (Camera{160, 120, 192.0, false, ""}));
+}
+
+TEST_F(ExtractTest, SettingsSayWhatTheProjectHolds) {
+    writePhotograph("a.png");
+    run();
+    EXPECT_EQ(project.setting("photographs"), fs::canonical(photograph("")).string());
+    EXPECT_EQ(project.setting("features"), "sift");
+    EXPECT_EQ(project.setting("ldah_tables"), std::string(ldahTablesIdentifier()));
+}
+
+TEST_F(ExtractTest, SiftHasRowsOf128FloatsAndTheirBytes) {
+    writePhotograph("a.png");
+    run();
+    const Features features = project.features(1);
+    EXPECT_EQ(features.rows.rows, 60);
+    EXPECT_EQ(features.rows.cols, 128);
+    EXPECT_EQ(features.rows.type(), DescMat::Float);
+    const SQLite::Database database(folder / "project/database.db", SQLite::OPEN_READONLY);
+    SQLite::Statement stored(database, "SELECT data FROM descriptors WHERE image_id = 1");
+    ASSERT_TRUE(stored.executeStep());
+    EXPECT_EQ(stored.getColumn(0).getString(), bytesOf(siftBytesForColmap(features.rows)));
+}
+
+TEST_F(ExtractTest, LdahHasRowsOf16BytesAndNoneForColmap) {
+    writePhotograph("a.png");
+    options.features = "ldah";
+    run();
+    const Features features = project.features(1);
+    EXPECT_EQ(features.rows.rows, 60);
+    EXPECT_EQ(features.rows.cols, 16);
+    EXPECT_EQ(features.rows.type(), DescMat::Byte);
+    const SQLite::Database database(folder / "project/database.db", SQLite::OPEN_READONLY);
+    SQLite::Statement stored(database, "SELECT rows FROM descriptors WHERE image_id = 1");
+    ASSERT_TRUE(stored.executeStep());
+    EXPECT_EQ(stored.getColumn(0).getInt(), 0);
+}
+
+TEST_F(ExtractTest, KeypointsAreTheStrongest) {
+    writePhotograph("a.png");
+    run();
+    std::vector<float> few;
+    for (const Keypoint& keypoint : project.features(1).keypoints) few.push_back(keypoint.response);
+    options.keypoints = 10'000;
+    run();
+    std::vector<float> all;
+    for (const Keypoint& keypoint : project.features(1).keypoints) all.push_back(keypoint.response);
+    ASSERT_GT(all.size(), 60U);
+    std::sort(all.begin(), all.end(), std::greater<>());
+    std::sort(few.begin(), few.end(), std::greater<>());
+    EXPECT_TRUE(std::equal(few.begin(), few.end(), all.begin()));
+}
+
+TEST_F(ExtractTest, PhotographWithoutKeypointsIsDone) {
+    writePng(photograph("a.png"), FloatImage::Constant(120, 160, 0.5F));
+    writePng(photograph("b.png"), FloatImage::Constant(1, 1, 0.5F));
+    EXPECT_EQ(run().done, 2U);
+    for (const std::int64_t id : {1, 2}) {
+        EXPECT_EQ(project.features(id).rows.rows, 0);
+        EXPECT_EQ(project.features(id).rows.cols, 128);
+    }
+}
+
+TEST_F(ExtractTest, NeitherThreadsNorMemoryChangeTheResult) {
+    for (std::uint32_t i = 0; i < 5; ++i) writePhotograph(std::to_string(i) + ".png", i);
+    options.threads = 1;
+    run();
+    const std::vector<std::string> expected = everything();
+    options.force = true;
+    options.threads = 7;
+    EXPECT_EQ(run().done, 5U);
+    EXPECT_EQ(everything(), expected);
+    options.memory = 1;  // less than any photograph needs: one at a time
+    EXPECT_EQ(run().done, 5U);
+    EXPECT_EQ(everything(), expected);
+}
+
+TEST_F(ExtractTest, OtherKindsOfFeaturesAreRefused) {
+    writePhotograph("a.png");
+    options.features = "surf";
+    EXPECT_EQ(refusal<std::runtime_error>([&] { run(); }),
+              "--features is sift or ldah, not 'surf'");
+    EXPECT_TRUE(project.photographs().empty());
+    EXPECT_EQ(project.setting("features"), std::nullopt);
+}
+
+// Masks.
+
+class MaskedExtractTest : public ExtractTest {
+protected:
+    MaskedExtractTest() { options.masks = folder / "masks"; }
+
+    // Wanted is what lies at columns from 80 on.
+    void writeMask(const std::string& name) const {
+        FloatImage mask = FloatImage::Zero(120, 160);
+        mask.rightCols(80).setOnes();
+        writePng(folder / ("masks/" + name), mask);
+    }
+};
+
+TEST_F(MaskedExtractTest, KeypointsAreSelectedAmongThoseThatTheMaskLeaves) {
+    writePhotograph("a.png");
+    writeMask("a.png.png");
+    options.keypoints = 25;
+    run();
+    const Features features = project.features(1);
+    EXPECT_EQ(features.keypoints.size(), 25U);
+    EXPECT_EQ(features.rows.rows, 25);
+    for (const Keypoint& keypoint : features.keypoints) EXPECT_GE(keypoint.x, 79.5F);
+}
+
+TEST_F(MaskedExtractTest, MasksAreFoundByTheWholeName) {
+    writePhotograph("b/a.png");
+    writePhotograph("c.png");
+    writeMask("b/a.png.png");
+    writeMask("c.png");
+    run();
+    for (const Keypoint& keypoint : project.features(1).keypoints) EXPECT_GE(keypoint.x, 79.5F);
+    const std::vector<Keypoint> unmasked = project.features(2).keypoints;
+    EXPECT_TRUE(std::any_of(unmasked.begin(), unmasked.end(),
+                            [](const Keypoint& keypoint) { return keypoint.x < 70.0F; }));
+}
+
+TEST_F(MaskedExtractTest, MasksAreInPixelsOfThePhotographAlsoIfItIsMadeSmaller) {
+    writePhotograph("a.png");
+    writeMask("a.png.png");
+    options.longestSide = 80;
+    options.keypoints = 10'000;
+    run();
+    const std::vector<Keypoint> keypoints = project.features(1).keypoints;
+    EXPECT_GE(keypoints.size(), 10U);
+    for (const Keypoint& keypoint : keypoints) EXPECT_GE(keypoint.x, 79.5F);
+    // All that are there without a mask.
+    options.masks.reset();
+    run();
+    std::vector<Keypoint> all = project.features(1).keypoints;
+    all.erase(std::remove_if(all.begin(), all.end(),
+                             [](const Keypoint& keypoint) { return keypoint.x < 79.5F; }),
+              all.end());
+    EXPECT_EQ(bytesOf(all), bytesOf(keypoints));
+}
+
+TEST_F(MaskedExtractTest, MaskOfNothingLeavesNoKeypoints) {
+    writePhotograph("a.png");
+    writePng(folder / "masks/a.png.png", FloatImage::Zero(120, 160));
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(project.photograph("a.png")->keypoints, 0);
+}
+
+TEST_F(MaskedExtractTest, MaskOfAnotherSizeFailsThePhotograph) {
+    writePhotograph("a.png");
+    writePng(folder / "masks/a.png.png", FloatImage::Ones(160, 120));
+    EXPECT_EQ(run().failed, 1U);
+    EXPECT_EQ(project.photograph("a.png")->reason,
+              "the mask " + (folder / "masks/a.png.png").string() +
+                  " has 120 x 160 pixels, the photograph 160 x 120");
+}
+
+TEST_F(MaskedExtractTest, ChangedMaskIsDoneAgain) {
+    writePhotograph("a.png");
+    run();
+    writeMask("a.png.png");
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(run().skipped, 1U);
+    writePng(folder / "masks/a.png.png", FloatImage::Ones(120, 160));
+    EXPECT_EQ(run().done, 1U);
+}
+
+// Smaller images.
+
+class SmallerExtractTest : public ExtractTest {
+protected:
+    // Each is a keypoint of its own.
+    const std::vector<std::pair<double, double>> centres{{60.0, 50.0},   {171.25, 52.5},
+                                                         {240.5, 60.75}, {65.0, 150.5},
+                                                         {150.0, 140.0}, {245.0, 147.0}};
+
+    void writeBlobs(Eigen::Index rows, Eigen::Index cols) const {
+        FloatImage image = FloatImage::Constant(rows, cols, 0.2F);
+        for (const auto& [x, y] : centres) test::addBlob(image, y, x, 6.0, 0.7);
+        writePng(photograph("a.png"), image);
+    }
+
+    // How far the nearest keypoint of its size is from each blob.
+    [[nodiscard]] std::vector<double> misses() const {
+        std::vector<double> all;
+        for (const auto& [x, y] : centres) {
+            double nearest = 1000.0;
+            for (const Keypoint& keypoint : project.features(1).keypoints) {
+                if (keypoint.scale < 4.0F || keypoint.scale > 9.0F) continue;
+                nearest = std::min(nearest, std::hypot(keypoint.x - x, keypoint.y - y));
+            }
+            all.push_back(nearest);
+        }
+        return all;
+    }
+};
+
+TEST_F(SmallerExtractTest, PositionsAreThoseInThePhotograph) {
+    writeBlobs(200, 300);
+    options.longestSide = 150;
+    run();
+    EXPECT_EQ(project.photograph("a.png")->width, 300);
+    EXPECT_EQ(project.photograph("a.png")->height, 200);
+    for (const double miss : misses()) EXPECT_LT(miss, 0.2);
+}
+
+TEST_F(SmallerExtractTest, PositionsAreRightAlsoWhereTheSidesHaveToBeRounded) {
+    writeBlobs(203, 301);
+    options.longestSide = 152;  // x 102.5, which is 103
+    run();
+    for (const double miss : misses()) EXPECT_LT(miss, 0.3);
+}
+
+TEST_F(SmallerExtractTest, PositionsOfAPhotographThatIsSmallEnoughStayTheSame) {
+    writeBlobs(200, 300);
+    run();
+    for (const double miss : misses()) EXPECT_LT(miss, 0.2);
+    const std::vector<std::string> expected = everything();
+    options.longestSide = 300;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(everything(), expected);
+}
+
+TEST_F(SmallerExtractTest, ScalesAreThoseInThePhotograph) {
+    writeBlobs(200, 300);
+    options.longestSide = 150;
+    run();
+    int large = 0;
+    for (const Keypoint& keypoint : project.features(1).keypoints) {
+        large += keypoint.scale > 4.0F && keypoint.scale < 9.0F ? 1 : 0;
+    }
+    EXPECT_GE(large, 6);
+}
+
+// What fails, and what is done already.
+
+TEST_F(ExtractTest, PhotographsThatCannotBeUsedAreStoredWithTheirReason) {
+    writePhotograph("a.png");
+    writeBytes(photograph("b.png"), "a text");
+    writeBytes(photograph("c.png"), "");
+    writePhotograph("d.png");
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 2U);
+    EXPECT_EQ(outcome.failed, 2U);
+    const Photograph text = *project.photograph("b.png");
+    EXPECT_EQ(text.status, PhotographStatus::failed);
+    EXPECT_EQ(text.reason, "is not an image that can be decoded, or is damaged");
+    EXPECT_EQ(project.photograph("c.png")->reason, "is empty (0 bytes)");
+    EXPECT_EQ(project.photograph("d.png")->status, PhotographStatus::done);
+    EXPECT_THAT(said.str(),
+                HasSubstr("failed: b.png: is not an image that can be decoded, or is damaged\n"));
+    EXPECT_THAT(said.str(), HasSubstr("failed: c.png: is empty (0 bytes)\n"));
+}
+
+TEST_F(ExtractTest, FailuresAreEventsForPrograms) {
+    writeBytes(photograph("a b.png"), "");
+    Progress progress(said, Progress::Form::json);
+    extract(findPhotographs({photograph("").string()}), options, project, progress);
+    EXPECT_EQ(nlohmann::json::parse(said.str().substr(0, said.str().find('\n'))),
+              nlohmann::json(
+                  {{"event", "failed"}, {"name", "a b.png"}, {"reason", "is empty (0 bytes)"}}));
+}
+
+TEST_F(ExtractTest, RepairedPhotographsAreDone) {
+    writePhotograph("a.png");
+    writeBytes(photograph("b.png"), "a text");
+    run();
+    EXPECT_EQ(run().failed, 1U);  // still
+    writePhotograph("b.png");
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 1U);
+    EXPECT_EQ(outcome.skipped, 1U);
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_EQ(project.photograph("b.png")->status, PhotographStatus::done);
+    EXPECT_EQ(project.photograph("b.png")->reason, "");
+    EXPECT_EQ(project.features(2).rows.rows, 60);
+}
+
+TEST_F(ExtractTest, PhotographsThatBecomeUnreadableKeepWhatWasDone) {
+    writePhotograph("a.png");
+    run();
+    const std::vector<std::string> expected = everything();
+    writeBytes(photograph("a.png"), "a text");
+    EXPECT_EQ(run().failed, 1U);
+    EXPECT_EQ(project.photograph("a.png")->status, PhotographStatus::done);
+    EXPECT_EQ(everything(), expected);
+}
+
+TEST_F(ExtractTest, WhatIsDoneIsSkipped) {
+    writePhotograph("a.png");
+    run();
+    writePhotograph("b.png");
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.skipped, 1U);
+    EXPECT_EQ(outcome.done, 1U);
+}
+
+TEST_F(ExtractTest, FileThatIsOnlyNewerIsSkipped) {
+    writePhotograph("a.png");
+    run();
+    writePhotograph("a.png");
+    fs::last_write_time(photograph("a.png"),
+                        fs::file_time_type::clock::now() + std::chrono::hours(1));
+    EXPECT_EQ(run().skipped, 1U);
+}
+
+TEST_F(ExtractTest, ChangedContentIsDoneAgainAndForgetsItsPairs) {
+    for (const char* const name : {"a.png", "b.png", "c.png"}) writePhotograph(name);
+    run();
+    const std::vector<std::string> before = everything();
+    for (const auto& [first, second] : {std::pair{1, 2}, {1, 3}}) {
+        project.putMatches(first, second, {test::matchList({{0, 0}}), {1.0F}}, "");
+    }
+    writePhotograph("b.png", 2);
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 1U);
+    EXPECT_EQ(outcome.skipped, 2U);
+    const std::vector<std::string> after = everything();
+    EXPECT_EQ(after[0], before[0]);
+    EXPECT_NE(after[1], before[1]);
+    EXPECT_EQ(after[2], before[2]);
+    ASSERT_EQ(project.pairs().size(), 1U);
+    EXPECT_EQ(project.pairs().front().second, 3);
+}
+
+TEST_F(ExtractTest, OtherParametersAreDoneAgain) {
+    writePhotograph("a.png");
+    run();
+    options.keypoints = 50;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(project.features(1).rows.rows, 50);
+    options.longestSide = 80;
+    EXPECT_EQ(run().done, 1U);
+    options.selector = "Default";
+    EXPECT_EQ(run().done, 1U);
+    options.applyOrientation = true;
+    EXPECT_EQ(run().done, 1U);
+    options.threads = 1;
+    options.memory = 1'000'000'000;
+    EXPECT_EQ(run().skipped, 1U);
+}
+
+TEST_F(ExtractTest, ForceDoesEverythingAgain) {
+    writePhotograph("a.png");
+    run();
+    options.force = true;
+    EXPECT_EQ(run().done, 1U);
+}
+
+TEST_F(ExtractTest, OtherFeaturesAreRefusedUnlessForced) {
+    writePhotograph("a.png");
+    run();
+    const std::vector<std::string> expected = everything();
+    options.features = "ldah";
+    EXPECT_EQ(refusal<ProjectError>([&] { run(); }),
+              "The project " + (folder / "project").string() +
+                  " holds sift features, which cannot be matched with ldah. Use another project "
+                  "folder (-o), or --force to replace them all.");
+    EXPECT_EQ(everything(), expected);
+    EXPECT_EQ(project.setting("features"), "sift");
+    options.force = true;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(project.setting("features"), "ldah");
+    EXPECT_EQ(project.features(1).rows.cols, 16);
+}
+
+// Folders.
+
+TEST_F(ExtractTest, NamesStayBelowTheProjectsFolderOfPhotographs) {
+    writePhotograph("a/b/x.png");
+    writePhotograph("a/y.png");
+    run("a");
+    const Outcome outcome = run("a/b");
+    EXPECT_EQ(outcome.skipped, 1U);
+    EXPECT_EQ(outcome.done, 0U);
+    writePhotograph("a/c/z.png");
+    EXPECT_EQ(run("a/c").done, 1U);
+    EXPECT_TRUE(project.photograph("c/z.png"));
+}
+
+TEST_F(ExtractTest, PhotographsOfAnotherFolderAreRefused) {
+    writePhotograph("a/x.png");
+    writePhotograph("ab/x.png");
+    run("a");
+    const fs::path known = fs::canonical(photograph("a"));
+    const fs::path other = fs::canonical(photograph("ab/x.png"));
+    EXPECT_EQ(refusal<ProjectError>([&] { run("ab"); }),
+              "The photographs of the project " + (folder / "project").string() + " lie in " +
+                  known.string() + ", and " + other.string() +
+                  " does not. Use another project folder (-o).");
+    EXPECT_EQ(project.photographs().size(), 1U);
+}
+
+}  // namespace
+}  // namespace marlo::app

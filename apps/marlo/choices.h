@@ -8,7 +8,8 @@ namespace marlo::app {
 
 /// What the options take.
 inline const std::vector<std::string> kFeatures{"sift", "ldah"};
-inline const std::vector<std::string> kSelectors{"TOP", "Default"};
+inline const std::vector<std::string> kSelectors{"TOP",     "Default",  "ANMS", "ANMSBound",
+                                                 "ANMSOri", "ANMSOrig", "SDC",  "SDCOri"};
 inline const std::vector<std::string> kDistances{"hellinger", "euclidean"};
 inline const std::vector<std::string> kMatchers{"DistFracMutual", "DistFrac", "LeftRight"};
 

@@ -21,6 +21,7 @@
 #include "marlo/interruption.h"
 #include "marlo/match.h"
 #include "marlo/photograph_files.h"
+#include "marlo/pictures.h"
 #include "marlo/progress.h"
 #include "marlo/project.h"
 #include "marlo/show.h"
@@ -171,8 +172,6 @@ int runExport(Arguments& arguments, Progress& progress) {
     return kAllDone;
 }
 
-using Show = void (*)(const Project&, const std::string&, const std::filesystem::path&);
-
 int runShow(const Arguments& arguments, const std::string& kind, Progress& progress) {
     const Project project(arguments.folder, Project::Access::read);
     std::string file = kind;
@@ -181,14 +180,20 @@ int runShow(const Arguments& arguments, const std::string& kind, Progress& progr
         arguments.picture.empty()
             ? std::filesystem::path(arguments.folder) / "pictures" / (pictureName(file) + ".png")
             : std::filesystem::path(arguments.picture);
+    std::string text = "Written to " + picture.string();
+    nlohmann::json done{{"event", "done"}, {"picture", picture.string()}};
     if (kind == "matches") {
         showMatches(project, arguments.names[0], arguments.names[1], picture);
+    } else if (kind == "keypoints") {
+        showKeypoints(project, arguments.names[0], picture);
     } else {
-        const Show show = kind == "keypoints" ? showKeypoints : showCoverage;
-        show(project, arguments.names[0], picture);
+        const ShownCoverage shown = showCoverage(project, arguments.names[0], picture);
+        text = coverageCaption(shown.keypoints, shown.measured) + "\n" + text;
+        done["keypoints"] = shown.keypoints;
+        done["occupied_cells"] = shown.measured.occupiedCells;
+        done["nearest_neighbour_ratio"] = shown.measured.nearestNeighbourRatio;
     }
-    progress.report("Written to " + picture.string(),
-                    {{"event", "done"}, {"picture", picture.string()}});
+    progress.report(text, done);
     return kAllDone;
 }
 
@@ -320,9 +325,10 @@ private:
             ->check(CLI::Range(1, static_cast<int>(kMostKeypoints)))
             ->capture_default_str();
         command
-            ->add_option("--selector", options.selector,
-                         "which keypoints to keep: TOP, the strongest; Default, the strongest of "
-                         "each cell of a grid")
+            ->add_option(
+                "--selector", options.selector,
+                "which keypoints to keep: TOP, the strongest; ANMS or SDC, strong ones that "
+                "cover the photograph; Default, the strongest of each cell of a grid")
             ->check(CLI::IsMember(kSelectors))
             ->capture_default_str();
         command->add_option("--mask-dir", arguments_.masks,

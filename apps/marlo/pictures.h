@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "libfeatures/base/coverage.h"
 #include "libfeatures/base/keypoint.h"
 #include "marlo/project.h"
 
@@ -63,11 +64,12 @@ constexpr int kCoverageCells = 20;         ///< of the grid that coverage is cou
                                    const std::vector<Keypoint>& keypoints,
                                    int longestSide = kLongestPictureSide);
 
-/// "N keypoints, occupied cells of a 20 x 20 grid: P %", P rounded.
-[[nodiscard]] std::string coverageCaption(std::size_t keypoints, double occupied);
+/// coverage() of a photograph, counted in kCoverageCells.
+[[nodiscard]] Coverage photographCoverage(const cv::Mat& photograph,
+                                          const std::vector<Keypoint>& keypoints);
 
-/// The share, from 0 to 1, of the cells of a grid of kCoverageCells x kCoverageCells over an image
-/// of `rows` x `cols` pixels that keypoints lie in. Keypoints outside of the image do not count.
-[[nodiscard]] double occupiedCells(const std::vector<Keypoint>& keypoints, int rows, int cols);
+/// "N keypoints, occupied cells of a 20 x 20 grid: P %, nearest-neighbour ratio: R", P rounded, R
+/// with two decimals.
+[[nodiscard]] std::string coverageCaption(std::size_t keypoints, const Coverage& measured);
 
 }  // namespace marlo::app

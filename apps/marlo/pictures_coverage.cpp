@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <algorithm>
-#include <bitset>
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -46,25 +45,17 @@ cv::Mat groundOf(const cv::Mat& photograph) {
 
 }  // namespace
 
-double occupiedCells(const std::vector<Keypoint>& keypoints, int rows, int cols) {
-    constexpr std::size_t kCells = kCoverageCells;
-    std::bitset<kCells * kCells> occupied;
-    for (const Keypoint& keypoint : keypoints) {
-        if (!isInside(keypoint, rows, cols)) continue;
-        const auto cell = [](float position, int length) {
-            const double share = (static_cast<double>(position) + 0.5) / length;
-            return std::min(kCells - 1, static_cast<std::size_t>(share * kCells));
-        };
-        occupied.set(kCells * cell(keypoint.y, rows) + cell(keypoint.x, cols));
-    }
-    return static_cast<double>(occupied.count()) / static_cast<double>(occupied.size());
+Coverage photographCoverage(const cv::Mat& photograph, const std::vector<Keypoint>& keypoints) {
+    checkPhotograph(photograph);
+    return coverage(keypoints, photograph.cols, photograph.rows, kCoverageCells);
 }
 
-std::string coverageCaption(std::size_t keypoints, double occupied) {
-    const std::string cells = std::to_string(kCoverageCells);
-    return std::to_string(keypoints) + (keypoints == 1 ? " keypoint" : " keypoints") +
-           ", occupied cells of a " + cells + " x " + cells +
-           " grid: " + std::to_string(std::lround(100.0 * occupied)) + " %";
+std::string coverageCaption(std::size_t keypoints, const Coverage& measured) {
+    return cv::format(
+        "%zu %s, occupied cells of a %d x %d grid: %.0f %%, "
+        "nearest-neighbour ratio: %.2f",
+        keypoints, keypoints == 1 ? "keypoint" : "keypoints", kCoverageCells, kCoverageCells,
+        100.0 * measured.occupiedCells, measured.nearestNeighbourRatio);
 }
 
 cv::Mat drawCoverage(const cv::Mat& photograph, const std::vector<Keypoint>& keypoints,
@@ -85,8 +76,8 @@ cv::Mat drawCoverage(const cv::Mat& photograph, const std::vector<Keypoint>& key
     cv::applyColorMap(levels, coloured, colours.t());
     constexpr double kHeat = 0.6;
     cv::addWeighted(picture, 1.0 - kHeat, coloured, kHeat, 0.0, picture);
-    const std::string caption = coverageCaption(
-        keypoints.size(), occupiedCells(keypoints, photograph.rows, photograph.cols));
+    const std::string caption =
+        coverageCaption(keypoints.size(), photographCoverage(photograph, keypoints));
     return withStrip(picture, {{StripText{caption}},
                                {StripText{"keypoints on 1 % of the area: 0"}, StripBar{colours},
                                 StripText{cv::format("%.0f", most)}}});

@@ -97,9 +97,12 @@ void showKeypoints(const Project& project, const std::string& name, const fs::pa
     writePicture(picture, drawKeypoints(photograph.image, photograph.keypoints));
 }
 
-void showCoverage(const Project& project, const std::string& name, const fs::path& picture) {
+ShownCoverage showCoverage(const Project& project, const std::string& name,
+                           const fs::path& picture) {
     const Shown photograph = shown(project, withFeatures(project, name), kLongestSide);
     writePicture(picture, drawCoverage(photograph.image, photograph.keypoints));
+    return {photograph.keypoints.size(),
+            photographCoverage(photograph.image, photograph.keypoints)};
 }
 
 void showMatches(const Project& project, const std::string& firstName,

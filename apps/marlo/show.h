@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "libfeatures/base/coverage.h"
 #include "marlo/progress.h"
 #include "marlo/project.h"
 
@@ -20,9 +21,14 @@ std::string pictureName(const std::string& what);
 /// photograph cannot be read any more, or if the picture cannot be written.
 void showKeypoints(const Project& project, const std::string& name,
                    const std::filesystem::path& picture);
+/// What showCoverage() has drawn.
+struct ShownCoverage {
+    std::size_t keypoints = 0;
+    Coverage measured;
+};
 /// Draws how densely keypoints lie on a photograph.
-void showCoverage(const Project& project, const std::string& name,
-                  const std::filesystem::path& picture);
+ShownCoverage showCoverage(const Project& project, const std::string& name,
+                           const std::filesystem::path& picture);
 /// Draws the matches of two photographs.
 void showMatches(const Project& project, const std::string& firstName,
                  const std::string& secondName, const std::filesystem::path& picture);

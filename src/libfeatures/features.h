@@ -3,6 +3,7 @@
 
 /// Everything that libfeatures offers, in one header.
 
+#include "libfeatures/base/coverage.h"
 #include "libfeatures/base/cuda_exceptions.h"
 #include "libfeatures/base/d_match.h"
 #include "libfeatures/base/extensible_factory.h"
@@ -27,9 +28,15 @@
 #include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/matchers/i_descriptor_matcher.h"
 #include "libfeatures/matchers/match_utils.h"
+#include "libfeatures/selectors/feature_selector_anms.h"
 #include "libfeatures/selectors/feature_selector_anms_base.h"
+#include "libfeatures/selectors/feature_selector_anms_bound.h"
+#include "libfeatures/selectors/feature_selector_anms_ori.h"
+#include "libfeatures/selectors/feature_selector_anms_original.h"
 #include "libfeatures/selectors/feature_selector_default.h"
+#include "libfeatures/selectors/feature_selector_sdc.h"
 #include "libfeatures/selectors/feature_selector_sdc_base.h"
+#include "libfeatures/selectors/feature_selector_sdc_orientations.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/selectors/i_keypoint_selector.h"
 #include "libfeatures/transforms/default_transform.h"

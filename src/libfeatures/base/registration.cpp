@@ -9,7 +9,13 @@
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
+#include "libfeatures/selectors/feature_selector_anms.h"
+#include "libfeatures/selectors/feature_selector_anms_bound.h"
+#include "libfeatures/selectors/feature_selector_anms_ori.h"
+#include "libfeatures/selectors/feature_selector_anms_original.h"
 #include "libfeatures/selectors/feature_selector_default.h"
+#include "libfeatures/selectors/feature_selector_sdc.h"
+#include "libfeatures/selectors/feature_selector_sdc_orientations.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
 
@@ -45,6 +51,12 @@ void registerMainDescriptorMatchers() {
 }
 
 void registerMainKeypointSelectors() {
+    registerPlugIn<IKeypointSelector, KeypointSelectorSdc>("SDC");
+    registerPlugIn<IKeypointSelector, KeypointSelectorSdcOrientations>("SDCOri");
+    registerPlugIn<IKeypointSelector, KeypointSelectorANMS>("ANMS");
+    registerPlugIn<IKeypointSelector, KeypointSelectorAnmsBound>("ANMSBound");
+    registerPlugIn<IKeypointSelector, KeypointSelectorAnmsOri>("ANMSOri");
+    registerPlugIn<IKeypointSelector, KeypointSelectorAnmsOriginal>("ANMSOrig");
     registerPlugIn<IKeypointSelector, KeypointSelectorTop>("TOP");
     registerPlugIn<IKeypointSelector, KeypointSelectorDefault>("Default");
 }

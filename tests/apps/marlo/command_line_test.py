@@ -217,6 +217,19 @@ class CommandLineTest(unittest.TestCase):
             self.assertEqual(result.returncode, 0, result.stderr)
             self.assertEqual(picture.read_bytes()[:4], b"\x89PNG")
 
+    def test_coverage_is_said_in_figures(self):
+        self.write_photographs()
+        self.extract()
+        show = ("show", "coverage", self.project, "0.pgm")
+        self.assertRegex(self.marlo(*show).stderr,
+                         r"^\d+ keypoints, occupied cells of a 20 x 20 grid: \d+ %, "
+                         r"nearest-neighbour ratio: \d\.\d\d\nWritten to ")
+        figures = json.loads(self.marlo(*show, "--json").stdout)
+        self.assertGreater(figures["keypoints"], 0)
+        self.assertGreater(figures["occupied_cells"], 0.0)
+        self.assertLessEqual(figures["occupied_cells"], 1.0)
+        self.assertGreater(figures["nearest_neighbour_ratio"], 0.0)
+
     def test_pairs_by_sequence_and_by_list(self):
         self.write_photographs(4)
         self.extract()

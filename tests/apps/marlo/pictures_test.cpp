@@ -378,43 +378,21 @@ TEST(DrawCoverageTest, NarrowPhotographsStandInTheMiddleOfAStripThatCanBeRead) {
     EXPECT_EQ(at(picture, 340, 10), at(picture, 0, 0));
 }
 
-TEST(CoverageCaptionTest, SaysHowManyCellsAreOccupied) {
-    EXPECT_EQ(coverageCaption(1234, 0.756),
-              "1234 keypoints, occupied cells of a 20 x 20 grid: 76 %");
-    EXPECT_EQ(coverageCaption(1, 0.0025), "1 keypoint, occupied cells of a 20 x 20 grid: 0 %");
+TEST(CoverageCaptionTest, SaysHowKeypointsAreSpread) {
+    EXPECT_EQ(coverageCaption(1234, {1200, 0.756, 1.046}),
+              "1234 keypoints, occupied cells of a 20 x 20 grid: 76 %, nearest-neighbour ratio: "
+              "1.05");
+    EXPECT_EQ(coverageCaption(1, {1, 0.0025, 0.0}),
+              "1 keypoint, occupied cells of a 20 x 20 grid: 0 %, nearest-neighbour ratio: 0.00");
 }
 
-TEST(OccupiedCellsTest, CellsCountOnce) {
-    EXPECT_EQ(occupiedCells({}, 400, 600), 0.0);
-    EXPECT_EQ(occupiedCells({Keypoint(5, 5), Keypoint(6, 6)}, 400, 600), 1 / 400.0);
-    EXPECT_EQ(occupiedCells({Keypoint(5, 5), Keypoint(599, 399)}, 400, 600), 2 / 400.0);
-}
-
-TEST(OccupiedCellsTest, AllCellsCanBeOccupied) {
-    std::vector<Keypoint> keypoints;
-    for (int row = 0; row < 20; ++row) {
-        for (int column = 0; column < 20; ++column) {
-            keypoints.emplace_back(static_cast<float>(3 * column), static_cast<float>(2 * row));
-        }
-    }
-    EXPECT_EQ(occupiedCells(keypoints, 40, 60), 1.0);
-}
-
-TEST(OccupiedCellsTest, CellsBeginAtTheEdgesOfPixels) {
-    // Cells of 2 x 2 pixels: the first ends at 1.5.
-    EXPECT_EQ(occupiedCells({Keypoint(0, 0), Keypoint(1.4375F, 0)}, 40, 40), 1 / 400.0);
-    EXPECT_EQ(occupiedCells({Keypoint(0, 0), Keypoint(1.5F, 0)}, 40, 40), 2 / 400.0);
-    EXPECT_EQ(occupiedCells({Keypoint(0, 0), Keypoint(0, 1.5F)}, 40, 40), 2 / 400.0);
-}
-
-TEST(OccupiedCellsTest, KeypointsOutsideOfTheImageDoNotCount) {
-    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-    EXPECT_EQ(occupiedCells({Keypoint(-0.5F, -0.5F)}, 40, 40), 1 / 400.0);
-    EXPECT_EQ(occupiedCells({Keypoint(39.4375F, 39.4375F)}, 40, 40), 1 / 400.0);
-    EXPECT_EQ(occupiedCells({Keypoint(-0.625F, 0), Keypoint(0, -0.625F), Keypoint(39.5F, 0),
-                             Keypoint(0, 39.5F), Keypoint(kNaN, 0)},
-                            40, 40),
-              0.0);
+TEST(PhotographCoverageTest, SidesOfThePhotographAreNotMixedUp) {
+    // Both are inside of 600 columns and 400 rows, and lie in cells of 30 x 20 pixels.
+    const Coverage measured =
+        photographCoverage(photograph(400, 600), {Keypoint(5, 5), Keypoint(599, 399)});
+    EXPECT_EQ(measured.places, 2U);
+    EXPECT_EQ(measured.occupiedCells, 2 / 400.0);
+    EXPECT_THROW(static_cast<void>(photographCoverage(cv::Mat(), {})), std::invalid_argument);
 }
 
 }  // namespace

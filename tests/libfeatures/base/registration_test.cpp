@@ -12,7 +12,13 @@
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
+#include "libfeatures/selectors/feature_selector_anms.h"
+#include "libfeatures/selectors/feature_selector_anms_bound.h"
+#include "libfeatures/selectors/feature_selector_anms_ori.h"
+#include "libfeatures/selectors/feature_selector_anms_original.h"
 #include "libfeatures/selectors/feature_selector_default.h"
+#include "libfeatures/selectors/feature_selector_sdc.h"
+#include "libfeatures/selectors/feature_selector_sdc_orientations.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
 
@@ -68,6 +74,12 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     EXPECT_TRUE((creates<DescMatcherDistFrac, IDescriptorMatcher>("DistFrac")));
     EXPECT_TRUE((creates<DescMatcherDistFracMutual, IDescriptorMatcher>("DistFracMutual")));
     EXPECT_TRUE((creates<DescMatcherLeftRight, IDescriptorMatcher>("LeftRight")));
+    EXPECT_TRUE((creates<KeypointSelectorSdc, IKeypointSelector>("SDC")));
+    EXPECT_TRUE((creates<KeypointSelectorSdcOrientations, IKeypointSelector>("SDCOri")));
+    EXPECT_TRUE((creates<KeypointSelectorANMS, IKeypointSelector>("ANMS")));
+    EXPECT_TRUE((creates<KeypointSelectorAnmsBound, IKeypointSelector>("ANMSBound")));
+    EXPECT_TRUE((creates<KeypointSelectorAnmsOri, IKeypointSelector>("ANMSOri")));
+    EXPECT_TRUE((creates<KeypointSelectorAnmsOriginal, IKeypointSelector>("ANMSOrig")));
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#pragma once
+
+#include "libfeatures/features_export.h"
+#include "libfeatures/selectors/feature_selector_anms_base.h"
+#include "libfeatures/selectors/i_keypoint_selector.h"
+
+namespace marlo {
+
+/// As KeypointSelectorAnmsBound, for keypoints that share places: one within a pixel of a stronger
+/// one, such as its other orientation, gets the radius of the last keypoint that it is suppressed
+/// by instead of 0, and so may be selected with it.
+class FEATURES_EXPORT KeypointSelectorAnmsOri : public IKeypointSelector,
+                                                public KeypointSelectorAnmsBase {
+public:
+    /// A full copy, the records of earlier calls included.
+    [[nodiscard]] std::unique_ptr<IKeypointSelector> clone() const override;
+    void setNumberOfKeypoints(std::uint64_t count) override;
+
+    /// Fills `out` with the min(requested, in.size()) keypoints of the largest radii, the largest
+    /// first.
+    /// @throws std::runtime_error as checkNoInPlace(), and "Number of keypoints to select or the
+    ///         number of input keypoints is 0". `out` keeps its content in both cases.
+    void select(const std::vector<Keypoint>& in, std::vector<Keypoint>& out) override;
+    /// As select(), giving positions in the list sorted by Keypoint::operator>.
+    /// @throws std::runtime_error as select(), except for checkNoInPlace().
+    void selectIndices(const std::vector<Keypoint>& in, std::vector<std::size_t>& out) override;
+};
+
+}  // namespace marlo

@@ -13,7 +13,7 @@
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/parameter_setters.h"
 #include "libfeatures/base/registration.h"
-#include "libfeatures/selectors/detail/growing_grid.h"
+#include "libfeatures/selectors/detail/point_grid.h"
 #include "libfeatures/selectors/detail/sort_strongest_first.h"
 #include "libfeatures/selectors/i_keypoint_selector.h"
 #include "support/log.h"

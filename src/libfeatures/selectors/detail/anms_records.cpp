@@ -11,7 +11,7 @@
 #include <numeric>
 #include <utility>
 
-#include "libfeatures/selectors/detail/growing_grid.h"
+#include "libfeatures/selectors/detail/point_grid.h"
 
 namespace marlo::detail {
 namespace {
@@ -104,20 +104,71 @@ void appendByScan(AnmsRule rule, const Dominance& dominates, const std::vector<K
     }
 }
 
-// The same for keypoints in order: those that suppress become more and more, the strongest first.
-void appendByGrid(AnmsRule rule, const Dominance& dominates, const std::vector<Keypoint>& sorted,
-                  std::vector<AnmsRecord>& records) {
-    GrowingGrid grid(sorted);
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < sorted.size(); ++i) {
-        const Keypoint& keypoint = sorted[i];
-        const float threshold = dominates.threshold(keypoint.response);
+// Of the keypoints before each, how many suppress it: the strongest, and more and more of them.
+std::vector<std::uint32_t> countsOfStronger(const Dominance& dominates,
+                                            const std::vector<Keypoint>& sorted) {
+    std::vector<std::uint32_t> counts(sorted.size());
+    std::uint32_t count = 0;
+    for (std::uint32_t i = 0; i < sorted.size(); ++i) {
+        const float threshold = dominates.threshold(sorted[i].response);
         while (count < i && dominates(sorted[count].response, threshold)) ++count;
-        std::uint32_t radius =
-            count > 0 ? grid.nearest(keypoint.x, keypoint.y, count) : kLargestRadius;
+        counts[i] = count;
+    }
+    return counts;
+}
+
+// The positions begin ... end - 1 of `sorted`, by the cells that they lie in.
+std::vector<std::uint32_t> byCells(const PointGrid& grid, const std::vector<Keypoint>& sorted,
+                                   std::size_t begin, std::size_t end) {
+    std::vector<std::uint32_t> places(grid.numberOfCells());
+    std::vector<std::uint32_t> cells(end - begin);
+    for (std::size_t i = begin; i < end; ++i) {
+        cells[i - begin] = static_cast<std::uint32_t>(grid.cellOf(sorted[i]));
+        ++places[cells[i - begin]];
+    }
+    std::exclusive_scan(places.begin(), places.end(), places.begin(), 0U);
+    std::vector<std::uint32_t> ordered(end - begin);
+    for (std::size_t i = begin; i < end; ++i) {
+        ordered[places[cells[i - begin]]++] = static_cast<std::uint32_t>(i);
+    }
+    return ordered;
+}
+
+// By grids that hold more and more of the strongest keypoints, each for the keypoints that at least
+// a quarter of it suppresses; one cell after the other, so that the next search finds in the
+// processor's cache what the last has used.
+std::vector<std::uint32_t> radiiByGrids(const std::vector<Keypoint>& sorted, const Bounds& bounds,
+                                        const std::vector<std::uint32_t>& counts) {
+    constexpr std::size_t kFirst = 32;
+    constexpr std::size_t kGrowth = 4;
+    std::vector<std::uint32_t> radii(sorted.size(), kLargestRadius);
+    auto begin = static_cast<std::size_t>(std::upper_bound(counts.begin(), counts.end(), 0U) -
+                                          counts.begin());
+    for (std::size_t held = std::min(kFirst, sorted.size()); begin < sorted.size();
+         held = std::min(kGrowth * held, sorted.size())) {
+        const auto end = static_cast<std::size_t>(
+            std::upper_bound(counts.begin(), counts.end(), static_cast<std::uint32_t>(held)) -
+            counts.begin());
+        if (end == begin) continue;
+        const PointGrid grid(sorted, bounds, held);
+        for (const std::uint32_t i : byCells(grid, sorted, begin, end)) {
+            radii[i] = grid.nearest(sorted[i], counts[i]);
+        }
+        begin = end;
+    }
+    return radii;
+}
+
+// The same as appendByScan() for keypoints in order.
+void appendByGrid(AnmsRule rule, const Dominance& dominates, const std::vector<Keypoint>& sorted,
+                  const Bounds& bounds, std::vector<AnmsRecord>& records) {
+    const std::vector<std::uint32_t> counts = countsOfStronger(dominates, sorted);
+    const std::vector<std::uint32_t> radii = radiiByGrids(sorted, bounds, counts);
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
         const bool coincident = rule == AnmsRule::coincident;
-        if (coincident && count > 0 && radius == 0) radius = records[count - 1].squaredRadius;
-        records.push_back({coincident ? i : 0, radius, keypoint});
+        std::uint32_t radius = radii[i];
+        if (coincident && radius == 0) radius = records[counts[i] - 1].squaredRadius;
+        records.push_back({coincident ? i : 0, radius, sorted[i]});
     }
 }
 
@@ -162,8 +213,10 @@ void appendAnmsRecords(AnmsRule rule, float robustness, const std::vector<Keypoi
     const bool isFirstCall = records.empty();
     records.reserve(records.size() + sorted.size());
     const Dominance dominates(rule, robustness);
-    if (isFirstCall && dominates.isOrdered(sorted) && GrowingGrid::canHold(sorted)) {
-        appendByGrid(rule, dominates, sorted, records);
+    const Bounds bounds = boundsOf(sorted);
+    const bool fits = sorted.size() < std::numeric_limits<std::uint32_t>::max();
+    if (isFirstCall && fits && dominates.isOrdered(sorted) && PointGrid::canHold(bounds)) {
+        appendByGrid(rule, dominates, sorted, bounds, records);
     } else {
         appendByScan(rule, dominates, sorted, records);
     }

@@ -1,22 +1,28 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/selectors/detail/growing_grid.h"
+#include "libfeatures/selectors/detail/point_grid.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace marlo::detail {
 namespace {
 
-constexpr std::size_t kFirstPoints = 32;  // that are put into cells
-constexpr std::size_t kRefinement = 4;    // as many as before
-constexpr double kPointsPerCell = 1.0;
 // Of a cell's side: rounding can have put a point so far beyond a side into the cell beside it.
 constexpr double kRounding = 1e-6;
 // Rounding takes less than that off a squared distance.
 constexpr double kAllButRounding = 1.0 - 1e-6;
 
-// The smallest rectangle around the points; of infinite width if one of them is not finite.
+}  // namespace
+
+struct PointGrid::Search {
+    float x;
+    float y;
+    std::size_t count;
+    float best = std::numeric_limits<float>::infinity();  // squared, not yet cut off
+};
+
 Bounds boundsOf(const std::vector<Keypoint>& points) {
     float left = std::numeric_limits<float>::infinity();
     float top = left;
@@ -37,67 +43,54 @@ Bounds boundsOf(const std::vector<Keypoint>& points) {
     return bounds;
 }
 
-}  // namespace
-
-struct GrowingGrid::Search {
-    float x;
-    float y;
-    std::size_t count;
-    float best = std::numeric_limits<float>::infinity();  // squared, not yet cut off
-};
-
-bool GrowingGrid::canHold(const std::vector<Keypoint>& points) {
+bool PointGrid::canHold(const Bounds& bounds) {
     constexpr double kLargestSquare = 4294967296.0 * kAllButRounding;
-    const Bounds bounds = boundsOf(points);
-    return points.size() < std::numeric_limits<std::uint32_t>::max() &&
-           bounds.width * bounds.width + bounds.height * bounds.height < kLargestSquare;
+    return bounds.width * bounds.width + bounds.height * bounds.height < kLargestSquare;
 }
 
-GrowingGrid::GrowingGrid(const std::vector<Keypoint>& points)
-    : all_(points), bounds_(boundsOf(points)) {}
-
-std::ptrdiff_t GrowingGrid::column(float x) const {
-    const double at = (static_cast<double>(x) - bounds_.left) * cellsPerPixel_;
-    return std::min(static_cast<std::ptrdiff_t>(at), columns_ - 1);
-}
-
-std::ptrdiff_t GrowingGrid::row(float y) const {
-    const double at = (static_cast<double>(y) - bounds_.top) * cellsPerPixel_;
-    return std::min(static_cast<std::ptrdiff_t>(at), rows_ - 1);
-}
-
-void GrowingGrid::refine(std::size_t count) {
-    while (held_ < count) held_ = held_ == 0 ? kFirstPoints : kRefinement * held_;
-    held_ = std::min(held_, all_.size());
+PointGrid::PointGrid(const std::vector<Keypoint>& points, const Bounds& bounds, std::size_t held)
+    : bounds_(bounds) {
     // Square cells; as many as wanted, too, where the points lie in a line or in one place.
+    constexpr double kPointsPerCell = 1.0;
     constexpr double kSmallestCell = 1e-3;
-    const double cells = static_cast<double>(held_) / kPointsPerCell;
+    const double cells = static_cast<double>(held) / kPointsPerCell;
     cellSize_ = std::max({std::sqrt(bounds_.width * bounds_.height / cells),
                           std::max(bounds_.width, bounds_.height) / cells, kSmallestCell});
     cellsPerPixel_ = 1.0 / cellSize_;
     columns_ = static_cast<std::ptrdiff_t>(bounds_.width * cellsPerPixel_) + 1;
     rows_ = static_cast<std::ptrdiff_t>(bounds_.height * cellsPerPixel_) + 1;
 
-    // Sorted by counting: how many there are in each cell, where each begins, and there they go.
-    std::vector<std::uint32_t> cellOf(held_);
+    // Sorted by counting: how many there are in each cell, where each ends, and there they go.
+    std::vector<std::uint32_t> cellOfPoint(held);
     starts_.assign(static_cast<std::size_t>(columns_) * static_cast<std::size_t>(rows_) + 1, 0);
-    for (std::size_t i = 0; i < held_; ++i) {
-        cellOf[i] = static_cast<std::uint32_t>(row(all_[i].y) * columns_ + column(all_[i].x));
-        ++starts_[cellOf[i]];
+    for (std::size_t i = 0; i < held; ++i) {
+        cellOfPoint[i] = static_cast<std::uint32_t>(cellOf(points[i]));
+        ++starts_[cellOfPoint[i]];
     }
-    std::uint32_t before = 0;
-    for (std::uint32_t& start : starts_) {
-        before += start;
-        start = before;
-    }
-    points_.resize(held_);
-    for (std::size_t i = held_; i-- > 0;) {
-        points_[--starts_[cellOf[i]]] = {all_[i].x, all_[i].y, static_cast<std::uint32_t>(i)};
+    std::inclusive_scan(starts_.begin(), starts_.end(), starts_.begin());
+    points_.resize(held);
+    for (std::size_t i = held; i-- > 0;) {
+        points_[--starts_[cellOfPoint[i]]] = {points[i].x, points[i].y,
+                                              static_cast<std::uint32_t>(i)};
     }
 }
 
-void GrowingGrid::searchRow(std::ptrdiff_t row, std::ptrdiff_t firstColumn,
-                            std::ptrdiff_t lastColumn, Search& search) const {
+std::ptrdiff_t PointGrid::column(float x) const {
+    const double at = (static_cast<double>(x) - bounds_.left) * cellsPerPixel_;
+    return std::min(static_cast<std::ptrdiff_t>(at), columns_ - 1);
+}
+
+std::ptrdiff_t PointGrid::row(float y) const {
+    const double at = (static_cast<double>(y) - bounds_.top) * cellsPerPixel_;
+    return std::min(static_cast<std::ptrdiff_t>(at), rows_ - 1);
+}
+
+std::size_t PointGrid::cellOf(const Keypoint& point) const {
+    return static_cast<std::size_t>(row(point.y) * columns_ + column(point.x));
+}
+
+void PointGrid::searchRow(std::ptrdiff_t row, std::ptrdiff_t firstColumn, std::ptrdiff_t lastColumn,
+                          Search& search) const {
     firstColumn = std::max<std::ptrdiff_t>(firstColumn, 0);
     lastColumn = std::min(lastColumn, columns_ - 1);
     if (row < 0 || row >= rows_ || firstColumn > lastColumn) return;
@@ -105,16 +98,18 @@ void GrowingGrid::searchRow(std::ptrdiff_t row, std::ptrdiff_t firstColumn,
         points_.data() + starts_[static_cast<std::size_t>(row * columns_ + firstColumn)];
     const Point* const end =
         points_.data() + starts_[static_cast<std::size_t>(row * columns_ + lastColumn) + 1];
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
     for (const Point* point = begin; point != end; ++point) {
         const float dx = search.x - point->x;
         const float dy = search.y - point->y;
         const float square = dx * dx + dy * dy;
-        if (square < search.best && point->index < search.count) search.best = square;
+        search.best = std::min(search.best, point->index < search.count ? square : kInfinity);
     }
 }
 
-std::uint32_t GrowingGrid::nearest(float x, float y, std::size_t count) {
-    if (count > held_) refine(count);
+std::uint32_t PointGrid::nearest(const Keypoint& point, std::size_t count) const {
+    const float x = point.x;
+    const float y = point.y;
     Search search{x, y, count};
     const std::ptrdiff_t queryColumn = column(x);
     const std::ptrdiff_t queryRow = row(y);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/selectors/detail/growing_grid.h"
+#include "libfeatures/selectors/detail/point_grid.h"
 
 #include <gtest/gtest.h>
 
@@ -32,27 +32,28 @@ TEST(SquaredDistanceTest, WhatHasNo64BitValueIsZero) {
     EXPECT_EQ(squaredDistance(0, 0, kNaN, 0), 0U);
 }
 
-TEST(GrowingGridTest, HoldsWhatIsFiniteAndNotTooFarApart) {
-    EXPECT_TRUE(GrowingGrid::canHold({{-10, 5}, {65000, 8000}}));
-    EXPECT_FALSE(GrowingGrid::canHold({{0, 0}, {65536, 0}}));
-    EXPECT_FALSE(GrowingGrid::canHold({{0, 0}, {50000, 50000}}));
-    EXPECT_FALSE(GrowingGrid::canHold({{0, 0}, {kNaN, 0}, {1, 1}}));
-    EXPECT_FALSE(GrowingGrid::canHold({{0, kInfinity}}));
-    EXPECT_FALSE(GrowingGrid::canHold({{1, 1}, {0, -kInfinity}}));
+TEST(PointGridTest, HoldsWhatIsFiniteAndNotTooFarApart) {
+    EXPECT_TRUE(PointGrid::canHold(boundsOf({{-10, 5}, {65000, 8000}})));
+    EXPECT_FALSE(PointGrid::canHold(boundsOf({{0, 0}, {65536, 0}})));
+    EXPECT_FALSE(PointGrid::canHold(boundsOf({{0, 0}, {50000, 50000}})));
+    EXPECT_FALSE(PointGrid::canHold(boundsOf({{0, 0}, {kNaN, 0}, {1, 1}})));
+    EXPECT_FALSE(PointGrid::canHold(boundsOf({{0, kInfinity}})));
+    EXPECT_FALSE(PointGrid::canHold(boundsOf({{1, 1}, {0, -kInfinity}})));
 }
 
-// Asks for the nearest of all points before each.
+// Asks grids of several sizes for the nearest of all points before each.
 void expectNearestOfEach(const std::vector<Keypoint>& points) {
-    GrowingGrid grid(points);
-    std::uint32_t nearest = 0;
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        if (i > 0) {
-            nearest = std::numeric_limits<std::uint32_t>::max();
-            for (std::size_t j = 0; j < i; ++j) {
+    for (const std::size_t held : {points.size() / 7, points.size()}) {
+        const PointGrid grid(points, boundsOf(points), held);
+        for (std::size_t i = 1; i < points.size(); ++i) {
+            const std::size_t count = std::min(i, held);
+            std::uint32_t nearest = std::numeric_limits<std::uint32_t>::max();
+            for (std::size_t j = 0; j < count; ++j) {
                 nearest = std::min(
                     nearest, squaredDistance(points[i].x, points[i].y, points[j].x, points[j].y));
             }
-            ASSERT_EQ(grid.nearest(points[i].x, points[i].y, i), nearest) << i;
+            ASSERT_EQ(grid.nearest(points[i], count), nearest) << i;
+            ASSERT_LT(grid.cellOf(points[i]), grid.numberOfCells());
         }
     }
 }
@@ -66,13 +67,13 @@ std::vector<Keypoint> spread(std::size_t count, float width, float height, std::
     return points;
 }
 
-TEST(GrowingGridTest, FindsTheNearestOfPointsThatAreSpread) {
+TEST(PointGridTest, FindsTheNearestOfPointsThatAreSpread) {
     for (std::uint32_t seed = 0; seed < 40; ++seed) {
         expectNearestOfEach(spread(400, 3000, 2000, seed));
     }
 }
 
-TEST(GrowingGridTest, FindsTheNearestInLinesAndInOnePlace) {
+TEST(PointGridTest, FindsTheNearestInLinesAndInOnePlace) {
     expectNearestOfEach(spread(400, 3000, 0, 1));
     expectNearestOfEach(spread(400, 0, 3000, 2));
     expectNearestOfEach(spread(400, 0, 0, 3));
@@ -80,7 +81,7 @@ TEST(GrowingGridTest, FindsTheNearestInLinesAndInOnePlace) {
     expectNearestOfEach(spread(400, 3000, 1e-6F, 5));
 }
 
-TEST(GrowingGridTest, FindsTheNearestInAndBetweenClusters) {
+TEST(PointGridTest, FindsTheNearestInAndBetweenClusters) {
     for (std::uint32_t seed = 0; seed < 40; ++seed) {
         Random random(seed);
         std::vector<Keypoint> points;
@@ -93,7 +94,7 @@ TEST(GrowingGridTest, FindsTheNearestInAndBetweenClusters) {
     }
 }
 
-TEST(GrowingGridTest, FindsTheNearestOnTheCornersOfCells) {
+TEST(PointGridTest, FindsTheNearestOnTheCornersOfCells) {
     for (std::uint32_t seed = 0; seed < 20; ++seed) {
         Random random(seed);
         std::vector<Keypoint> points;

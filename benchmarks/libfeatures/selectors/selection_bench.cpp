@@ -29,7 +29,8 @@ constexpr int kHeight = 4000;
 constexpr int kRepeats = 5;
 constexpr std::size_t kMostOfPlainRule = 100000;  // beyond it takes minutes
 
-// Spread over the image, every tenth in the place of the one before; most of them are weak.
+// Spread over the image, every tenth in the place of the one before; most of them are weak. With
+// responses beyond 1 every rule has something to suppress.
 std::vector<Keypoint> someKeypoints(std::size_t count) {
     Random random(7);
     std::vector<Keypoint> keypoints;
@@ -38,7 +39,7 @@ std::vector<Keypoint> someKeypoints(std::size_t count) {
         Keypoint keypoint(kWidth * random.next(), kHeight * random.next());
         if (i % 10 == 9) keypoint = keypoints.back();
         keypoint.angle = 6.0F * random.next() - 3.0F;
-        keypoint.response = -0.02F * std::log(1.0F - random.next());
+        keypoint.response = -20.0F * std::log(1.0F - random.next());
         keypoints.push_back(keypoint);
     }
     return keypoints;

@@ -19,9 +19,10 @@ struct Coverage {
     double occupiedCells = 0.0;
     /// The mean distance from a place to its nearest other place, over what it would be for as many
     /// independent places, evenly likely everywhere: near 0 if they crowd, about 1 if they are
-    /// random, 2 on a square lattice, at most 2.149, on a hexagonal one. 0 if there are fewer than
-    /// two places. With few places values are a little higher, as those at the border have
-    /// neighbours on one side only: random ones have about 1 + 0.4 / sqrt(places).
+    /// random, 2 on a square lattice, 2.149 on a hexagonal one, which is the most that many places
+    /// can have. 0 if there are fewer than two places. A few places, or those of a narrow image,
+    /// have higher values, as those at the border have neighbours on one side only: random ones
+    /// have about 1 + 0.4 / sqrt(places).
     double nearestNeighbourRatio = 0.0;
 };
 
@@ -32,9 +33,9 @@ struct Coverage {
 /// The image reaches from -1/2 to `width` - 1/2, and to `height` - 1/2, the upper borders not
 /// included. Keypoints outside of it, or with a coordinate that is not a number, are left out.
 /// Keypoints with the same coordinates, such as those that differ in direction only, are one place:
-/// otherwise they would make a selection look crowded that is not. Distances are exact, in
-/// O(n log n) steps however the places lie, and the order of `keypoints` changes no bit of the
-/// result.
+/// otherwise they would make a selection look crowded that is not. Distances are exact, in about
+/// n log n steps, also where places crowd, and in more only where they lie on few lines; the order
+/// of `keypoints` changes no bit of the result.
 ///
 /// P. J. Clark, F. C. Evans, Distance to Nearest Neighbor as a Measure of Spatial Relationships in
 /// Populations, Ecology 35(4), 1954: the ratio R, with 1 / (2 sqrt(density)) as what is expected,

@@ -10,10 +10,13 @@
 
 namespace marlo {
 
+std::size_t KeypointSelectorAnmsBase::wanted(const std::vector<Keypoint>& in) const noexcept {
+    return static_cast<std::size_t>(std::min<std::uint64_t>(numberOfKeypoints_, in.size()));
+}
+
 std::size_t KeypointSelectorAnmsBase::makeRecords(detail::AnmsRule rule,
                                                   const std::vector<Keypoint>& in) {
-    const auto count =
-        static_cast<std::size_t>(std::min<std::uint64_t>(numberOfKeypoints_, in.size()));
+    const std::size_t count = wanted(in);
     if (count == 0) {
         throw std::runtime_error(
             "Number of keypoints to select or the number of input keypoints is 0");
@@ -38,6 +41,7 @@ std::size_t KeypointSelectorAnmsBase::makeRecords(detail::AnmsRule rule,
 
 void KeypointSelectorAnmsBase::selectBy(detail::AnmsRule rule, const std::vector<Keypoint>& in,
                                         std::vector<Keypoint>& out) {
+    out.reserve(wanted(in));  // before there are records that a failure would leave behind
     const std::size_t count = makeRecords(rule, in);
     out.resize(count);
     std::transform(records_.begin(), records_.begin() + static_cast<std::ptrdiff_t>(count),
@@ -47,6 +51,7 @@ void KeypointSelectorAnmsBase::selectBy(detail::AnmsRule rule, const std::vector
 void KeypointSelectorAnmsBase::selectIndicesBy(detail::AnmsRule rule,
                                                const std::vector<Keypoint>& in,
                                                std::vector<std::size_t>& out) {
+    out.reserve(wanted(in));  // before there are records that a failure would leave behind
     const std::size_t count = makeRecords(rule, in);
     out.resize(count);
     std::transform(

@@ -22,12 +22,15 @@ enum class AnmsRule;
 ///
 /// Squared distances are computed in single precision, cut off to whole pixels^2 and kept in 32
 /// bits; one that has no 64-bit value, as of a coordinate that is not a number, counts as 0.
-/// Keypoints of equal radius are ordered by response, and then as by Keypoint::operator>.
+/// Keypoints of equal radius are ordered by response; of these, those of earlier calls come first,
+/// and then those that Keypoint::operator> puts first.
 ///
-/// The time is that of sorting, about n log n, for keypoints that are spread over an area. It grows
-/// with the square of their number where the order by strength says nothing: with responses that
-/// are not a number, a robustness that is not positive and finite, coordinates that are not finite
-/// or more than 65535 pixels apart, and on an object that has records of an earlier call.
+/// The time is that of sorting, about n log n, for keypoints that are spread over most of their
+/// extent or share places. It grows with the square of their number where most of them crowd in a
+/// small part of it, some pixels apart, and where the order by strength says nothing: with
+/// responses that are not a number, a robustness that is not positive and finite, coordinates that
+/// are not finite or more than 65535 pixels apart, and on an object that has records of an earlier
+/// call.
 ///
 /// An object keeps the records of its calls: keypoints of earlier ones take part in the suppression
 /// of later ones and are selected with them. Use a new object, or a clone of an unused one, for
@@ -60,6 +63,8 @@ protected:
                                          std::vector<std::size_t>& out);
 
 private:
+    [[nodiscard]] FEATURES_HIDDEN std::size_t wanted(
+        const std::vector<Keypoint>& in) const noexcept;
     // Makes and sorts the records. Returns how many are wanted.
     FEATURES_HIDDEN std::size_t makeRecords(detail::AnmsRule rule, const std::vector<Keypoint>& in);
 

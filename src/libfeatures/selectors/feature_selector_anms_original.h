@@ -9,8 +9,8 @@ namespace marlo {
 
 /// Adaptive non-maximal suppression (KeypointSelectorAnmsBase): a keypoint is suppressed by those
 /// whose response is at least c times its own, rounded up to a whole number; so nearly equal ones
-/// suppress one another, too. That suits detectors whose responses are large: with responses from 0
-/// to 1 nothing is suppressed.
+/// suppress one another, too. That suits detectors whose responses are large: with responses
+/// above 0 and below 1 nothing is suppressed.
 class FEATURES_EXPORT KeypointSelectorAnmsOriginal : public IKeypointSelector,
                                                      public KeypointSelectorAnmsBase {
 public:

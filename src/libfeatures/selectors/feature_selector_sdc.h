@@ -23,15 +23,15 @@ public:
     /// search ends without having met the tolerance. With all of them if no more are given.
     /// If the search ends because the cell size reaches 0, which a small image or many requested
     /// keypoints close together bring about, `out` holds those keypoints of `in` that have the
-    /// positions of the taken ones in the sorted list. It is then neither sorted nor spread, and
-    /// may hold more keypoints than requested.
+    /// positions of the taken ones in the sorted list: fewer than requested, neither sorted nor
+    /// spread.
     /// @throws std::runtime_error as checkNoInPlace(), then "Keypoints to select or the number of
     ///         input keypoints is 0", then "parameters have not been set"; std::bad_alloc if there
     ///         is no memory for a grid of width x height cells. `out` keeps its content.
     void select(const std::vector<Keypoint>& in, std::vector<Keypoint>& out) override;
     /// Fills `out` with positions in the list that `in` becomes when it is sorted, strongest first
     /// and stable, by Keypoint::operator>. If the search ends at cell size 0, `out` holds all that
-    /// were taken, be it more than requested.
+    /// were taken, fewer than requested.
     /// @throws as select() but for checkNoInPlace(); then std::runtime_error "This case has not
     ///         been implemented yet" if no more keypoints are given than requested. `out` keeps its
     ///         content.

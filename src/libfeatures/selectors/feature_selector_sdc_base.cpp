@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <stdexcept>
 
 #include "libfeatures/selectors/detail/sort_strongest_first.h"
@@ -13,17 +12,17 @@
 namespace marlo {
 namespace {
 
-// In whole pixels; 0 if none fits. Sizes that have no 32-bit value, which take an ek beyond reason,
-// give the largest one: a single cell for any image.
+// In whole pixels; 0 if none fits. The low 32 bits of the 64-bit integer, and 0 for what has none,
+// as the x86 conversion gives them: an ek beyond reason may end the search.
 std::uint32_t cellSizeOf(float radius, float ek) {
     constexpr double kSquareRootOf2 = 1.4142135623730951;
-    constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
+    constexpr double kLimit = 9223372036854775808.0;
     const double size =
         std::floor(static_cast<double>(radius) * static_cast<double>(ek) / kSquareRootOf2 + 0.5);
-    if (!(size >= 1.0)) {  // a NaN, too: 0 times infinity
+    if (!(size >= 1.0 && size < kLimit)) {  // a NaN, too: 0 times infinity
         return 0;
     }
-    return size < static_cast<double>(kLargest) ? static_cast<std::uint32_t>(size) : kLargest;
+    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(size));
 }
 
 }  // namespace
@@ -108,10 +107,10 @@ std::vector<Keypoint> KeypointSelectorSdcBase::readTaken(const std::vector<Keypo
     return keypoints;
 }
 
-std::vector<std::uint64_t> KeypointSelectorSdcBase::readTakenPositions(std::uint64_t count) {
+std::vector<std::size_t> KeypointSelectorSdcBase::readTakenPositions(std::uint64_t count) {
     taken_.resize(std::min<std::uint64_t>(count, taken_.size()));
-    std::vector<std::uint64_t> positions;
-    positions.swap(taken_);
+    std::vector<std::size_t> positions(taken_.begin(), taken_.end());
+    taken_.clear();
     return positions;
 }
 

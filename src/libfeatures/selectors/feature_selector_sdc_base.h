@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,8 +23,8 @@ namespace marlo {
 /// Spatially Distributed Keypoints for Visual Tracking, ICIP 2011.
 ///
 /// The search may end without having met the tolerance:
-/// - The cell size reaches 0 pixels. The last pass that could be made counts, often with fewer than
-///   K keypoints taken.
+/// - The cell size reaches 0 pixels. The last pass that could be made counts, with fewer than K
+///   keypoints taken.
 /// - A cell size repeats that gave more than K before. The repetition counts, although its discs
 ///   may be larger and take fewer than K.
 /// - The radius stops to change, although too few keypoints are taken. The last pass counts.
@@ -65,8 +66,7 @@ private:
     /// Empties taken_ of all but the strongest `count`, and itself once it is read.
     [[nodiscard]] FEATURES_HIDDEN std::vector<Keypoint> readTaken(
         const std::vector<Keypoint>& source, std::uint64_t count);
-    [[nodiscard]] FEATURES_HIDDEN std::vector<std::uint64_t> readTakenPositions(
-        std::uint64_t count);
+    [[nodiscard]] FEATURES_HIDDEN std::vector<std::size_t> readTakenPositions(std::uint64_t count);
 
     std::map<std::uint64_t, std::uint64_t> takenByCellSize_;  // of the passes of this call
     std::uint64_t numberOfKeypoints_ = 0;                     // K

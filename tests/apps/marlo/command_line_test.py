@@ -285,6 +285,16 @@ class CommandLineTest(unittest.TestCase):
         for table, rows in (("keypoints", 2), ("marlo_photographs", 2), ("matches", 1)):
             self.assertEqual(self.rows(f"SELECT COUNT(*) FROM {table}"), [(rows,)], table)
 
+    def test_every_selector_selects(self):
+        self.write_photographs(1)
+        for selector in ("TOP", "ANMS", "ANMSBound", "ANMSOri", "ANMSOrig"):
+            self.extract("--selector", selector, "--keypoints", "40")
+            self.assertEqual(self.rows("SELECT rows FROM keypoints"), [(40,)], selector)
+        for selector in ("SDC", "SDCOri", "Default"):
+            self.extract("--selector", selector, "--keypoints", "40")
+            self.assertGreater(self.rows("SELECT rows FROM keypoints")[0][0], 15, selector)
+        self.assertEqual(self.extract("--selector", "Best").returncode, 2)
+
     def test_small_photographs_can_be_enlarged(self):
         self.write_photographs(1)
         self.extract()

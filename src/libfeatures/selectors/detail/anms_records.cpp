@@ -214,7 +214,8 @@ void appendAnmsRecords(AnmsRule rule, float robustness, const std::vector<Keypoi
     records.reserve(records.size() + sorted.size());
     const Dominance dominates(rule, robustness);
     const Bounds bounds = boundsOf(sorted);
-    const bool fits = sorted.size() < std::numeric_limits<std::uint32_t>::max();
+    // Cells, which are three times as many at most, are numbered with 32 bits.
+    const bool fits = sorted.size() < std::numeric_limits<std::uint32_t>::max() / 4;
     if (isFirstCall && fits && dominates.isOrdered(sorted) && PointGrid::canHold(bounds)) {
         appendByGrid(rule, dominates, sorted, bounds, records);
     } else {

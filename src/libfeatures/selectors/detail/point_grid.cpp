@@ -99,11 +99,16 @@ void PointGrid::searchRow(std::ptrdiff_t row, std::ptrdiff_t firstColumn, std::p
     const Point* const end =
         points_.data() + starts_[static_cast<std::size_t>(row * columns_ + lastColumn) + 1];
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    for (const Point* point = begin; point != end; ++point) {
-        const float dx = search.x - point->x;
-        const float dy = search.y - point->y;
-        const float square = dx * dx + dy * dy;
-        search.best = std::min(search.best, point->index < search.count ? square : kInfinity);
+    // A cell in which many points crowd is left as soon as one is nearer than a pixel.
+    constexpr std::ptrdiff_t kAtOnce = 32;
+    for (const Point* point = begin; point != end && search.best >= 1.0F;) {
+        const Point* const stop = point + std::min(kAtOnce, end - point);
+        for (; point != stop; ++point) {
+            const float dx = search.x - point->x;
+            const float dy = search.y - point->y;
+            const float square = dx * dx + dy * dy;
+            search.best = std::min(search.best, point->index < search.count ? square : kInfinity);
+        }
     }
 }
 

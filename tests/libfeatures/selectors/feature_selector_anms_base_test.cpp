@@ -127,7 +127,9 @@ TEST_P(AnmsByStrengthTest, CloneHasTheRecordsAndIsIndependent) {
     const std::vector<Keypoint> in{at(0, 0, 10), at(40, 0, 5)};
     selected(*selector, 2, in);
     const auto clone = selector->clone();
-    EXPECT_EQ(typeid(*clone), typeid(*selector));
+    const IKeypointSelector& original = *selector;
+    const IKeypointSelector& copy = *clone;
+    EXPECT_EQ(typeid(copy), typeid(original));
     selected(*selector, 2, {at(200, 0, 30)});
     EXPECT_THAT(responses(selected(*clone, 2, in)), ElementsAre(10.0F, 10.0F));
 }

@@ -1,4 +1,12 @@
 # SPDX-License-Identifier: BSD-3-Clause
+# features_test_compile_settings(<target>)
+#
+# What is tested is the optimised library: optimising the tests, too, costs minutes and shows nothing.
+function(features_test_compile_settings target)
+  features_compile_settings(${target})
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()
+
 # features_add_test(<path>_test.cpp [LABEL unit|end_to_end] [LIBRARIES ...])
 #
 # One program and one CTest test named after the path. It links the library's objects, so it can
@@ -11,7 +19,7 @@ function(features_add_test source)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${target} PRIVATE
       features_objects marlocuda_stand_in features_test_utilities GTest::gmock_main ${arg_LIBRARIES})
-  features_compile_settings(${target})
+  features_test_compile_settings(${target})
   target_precompile_headers(${target} REUSE_FROM features_test_utilities)
   add_test(NAME ${name} COMMAND ${target})
   if(NOT arg_LABEL)

@@ -2,6 +2,7 @@
 #include "stand_in/marlocuda_stand_in.h"
 
 #include <algorithm>
+#include <mutex>
 
 #include "libmarlocuda/marlocuda.h"
 
@@ -11,12 +12,28 @@ namespace {
 // Entries of the pointer lists of mlcGradientPyramid(): 3 octaves of 4 levels.
 constexpr std::size_t kPyramidImages = 12;
 
+// Several controllers may ask at once.
+std::mutex recording;
+
 template <typename CallRecord>
-int play(Script<CallRecord>& script, CallRecord record) {
-    StandIn::instance().allCalls.push_back(record);
-    const int status = script.nextStatus();
+StandIn& record(const CallRecord& call) {
+    const std::lock_guard<std::mutex> alone(recording);
+    StandIn::instance().allCalls.emplace_back(call);
+    return StandIn::instance();
+}
+
+template <typename CallRecord>
+int nextStatus(Script<CallRecord>& script) {
+    const std::lock_guard<std::mutex> alone(recording);
+    return script.nextStatus();
+}
+
+template <typename CallRecord>
+int play(Script<CallRecord>& script, CallRecord call) {
+    record(call);
+    const int status = nextStatus(script);
     if (status == 0 && script.onSuccess) {
-        script.onSuccess(record);
+        script.onSuccess(call);
     }
     return status;
 }
@@ -35,30 +52,23 @@ void StandIn::reset() {
 }  // namespace marlo::test
 
 using marlo::test::play;
+using marlo::test::record;
 using marlo::test::StandIn;
 
 bool marlo::cuda::isFeatureAvailable() {
-    StandIn& gpu = StandIn::instance();
-    gpu.allCalls.emplace_back(marlo::test::IsFeatureAvailableCall{});
-    return gpu.featureAvailable;
+    return record(marlo::test::IsFeatureAvailableCall{}).featureAvailable;
 }
 
 bool marlo::cuda::gpusAvailableForProcessing() {
-    StandIn& gpu = StandIn::instance();
-    gpu.allCalls.emplace_back(marlo::test::GpusAvailableCall{});
-    return gpu.gpusAvailable;
+    return record(marlo::test::GpusAvailableCall{}).gpusAvailable;
 }
 
 void marlo::cuda::getActiveDeviceString(std::string& description) {
-    StandIn& gpu = StandIn::instance();
-    gpu.allCalls.emplace_back(marlo::test::ActiveDeviceCall{});
-    description = gpu.activeDevice;
+    description = record(marlo::test::ActiveDeviceCall{}).activeDevice;
 }
 
 std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t rows, std::uint64_t cols) {
-    StandIn& gpu = StandIn::instance();
-    gpu.allCalls.emplace_back(marlo::test::MaximumKeypointsCall{rows, cols});
-    return gpu.maximumKeypoints;
+    return record(marlo::test::MaximumKeypointsCall{rows, cols}).maximumKeypoints;
 }
 
 int mlcDetectLdah(const float* data, std::uint64_t rows, std::uint64_t cols,

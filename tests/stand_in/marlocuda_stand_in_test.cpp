@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <thread>
 
 #include "libmarlocuda/marlocuda.h"
 
@@ -82,6 +83,17 @@ TEST_F(StandInTest, RecordsCallsWithTheirArguments) {
     EXPECT_EQ(filter.rows, 3U);
     EXPECT_EQ(filter.cols, 2U);
     EXPECT_EQ(filter.sigma, 0.75);
+}
+
+TEST_F(StandInTest, RecordsCallsOfSeveralThreads) {
+    constexpr std::size_t kCalls = 2000;
+    const auto ask = [] {
+        for (std::size_t i = 0; i < kCalls; ++i) mlcMaximumKeypointsLDAH(1, 1);
+    };
+    std::thread other(ask);
+    ask();
+    other.join();
+    EXPECT_EQ(gpu.allCalls.size(), 2 * kCalls);
 }
 
 TEST_F(StandInTest, RecordsThePointerListsOfTheGradientPyramid) {

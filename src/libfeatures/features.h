@@ -41,6 +41,8 @@
 #include "libfeatures/selectors/i_keypoint_selector.h"
 #include "libfeatures/transforms/default_transform.h"
 #include "libfeatures/transforms/i_transform.h"
+#include "libfeatures/transforms/spherical_layout.h"
+#include "libfeatures/transforms/spherical_transform.h"
 #include "libfeatures/version.h"
 #include "support/bin_io.h"
 #include "support/desc_mat.h"

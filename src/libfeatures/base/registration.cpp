@@ -18,6 +18,7 @@
 #include "libfeatures/selectors/feature_selector_sdc_orientations.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
+#include "libfeatures/transforms/spherical_transform.h"
 
 namespace marlo {
 namespace {
@@ -63,6 +64,7 @@ void registerMainKeypointSelectors() {
 
 void registerMainTransforms() {
     registerPlugIn<ITransform, DefaultTransform>("Default");
+    registerPlugIn<ITransform, SphericalTransform>("Spherical");
 }
 
 }  // namespace marlo

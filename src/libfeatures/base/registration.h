@@ -31,15 +31,22 @@ FEATURES_EXPORT void registerMainDescriptorExtractors();
 /// | LeftRight      | DescMatcherLeftRight      |
 FEATURES_EXPORT void registerMainDescriptorMatchers();
 
-/// | key     | class                   |
-/// |---------|-------------------------|
-/// | TOP     | KeypointSelectorTop     |
-/// | Default | KeypointSelectorDefault |
+/// | key       | class                           |
+/// |-----------|---------------------------------|
+/// | ANMS      | KeypointSelectorANMS          |
+/// | ANMSBound | KeypointSelectorAnmsBound     |
+/// | ANMSOri   | KeypointSelectorAnmsOri       |
+/// | ANMSOrig  | KeypointSelectorAnmsOriginal  |
+/// | Default   | KeypointSelectorDefault       |
+/// | SDC       | KeypointSelectorSdc           |
+/// | SDCOri    | KeypointSelectorSdcOrientations |
+/// | TOP       | KeypointSelectorTop           |
 FEATURES_EXPORT void registerMainKeypointSelectors();
 
-/// | key     | class            |
-/// |---------|------------------|
-/// | Default | DefaultTransform |
+/// | key       | class              |
+/// |-----------|--------------------|
+/// | Default   | DefaultTransform   |
+/// | Spherical | SphericalTransform |
 FEATURES_EXPORT void registerMainTransforms();
 
 }  // namespace marlo

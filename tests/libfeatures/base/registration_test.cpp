@@ -21,6 +21,7 @@
 #include "libfeatures/selectors/feature_selector_sdc_orientations.h"
 #include "libfeatures/selectors/feature_selector_top.h"
 #include "libfeatures/transforms/default_transform.h"
+#include "libfeatures/transforms/spherical_transform.h"
 
 namespace marlo {
 namespace {
@@ -83,6 +84,7 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));
+    EXPECT_TRUE((creates<SphericalTransform, ITransform>("Spherical")));
 }
 
 TEST_F(RegistrationTest, KeysSayWhichRowsAreMade) {

@@ -15,6 +15,7 @@
 #include "libfeatures/base/parameter_setters.h"
 #include "libfeatures/base/registration.h"
 #include "libfeatures/base/sift_ldah_base_params.h"
+#include "libfeatures/descriptors/descriptor_brief.h"
 #include "libfeatures/descriptors/i_descriptor_extractor.h"
 #include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/descriptors/sift_descriptor.h"

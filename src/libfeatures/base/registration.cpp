@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "libfeatures/base/extensible_factory.h"
+#include "libfeatures/descriptors/descriptor_brief.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
@@ -43,6 +44,7 @@ void registerMainDescriptorExtractors() {
     factory.registerType("LDAHCuda", SiftLdahDescriptor::createDescriptorLDAH);
     factory.registerType("SIFT", Features2dSiftLdah::createDescriptorSIFT);
     factory.registerType("SIFTCuda", SiftLdahDescriptor::createDescriptorSIFT);
+    registerPlugIn<IDescriptorExtractor, Brief>("Brief");
 }
 
 void registerMainDescriptorMatchers() {

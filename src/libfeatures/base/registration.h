@@ -16,12 +16,13 @@ namespace marlo {
 /// The two find the same keypoints.
 FEATURES_EXPORT void registerMainFeatureDetectors();
 
-/// | key      | class              | makes            | from gradients of     |
-/// |----------|--------------------|------------------|-----------------------|
-/// | LDAH     | Features2dSiftLdah | LDAH descriptors | the detector's levels |
-/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors | the GPU               |
-/// | SIFT     | Features2dSiftLdah | SIFT descriptors | the detector's levels |
-/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors | the GPU               |
+/// | key      | class              | makes             | from gradients of     |
+/// |----------|--------------------|-------------------|-----------------------|
+/// | Brief    | Brief              | Brief descriptors | (8-bit images)        |
+/// | LDAH     | Features2dSiftLdah | LDAH descriptors  | the detector's levels |
+/// | LDAHCuda | SiftLdahDescriptor | LDAH descriptors  | the GPU               |
+/// | SIFT     | Features2dSiftLdah | SIFT descriptors  | the detector's levels |
+/// | SIFTCuda | SiftLdahDescriptor | SIFT descriptors  | the GPU               |
 FEATURES_EXPORT void registerMainDescriptorExtractors();
 
 /// | key            | class                     |

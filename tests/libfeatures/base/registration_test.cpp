@@ -7,6 +7,7 @@
 #include <typeinfo>
 
 #include "libfeatures/base/extensible_factory.h"
+#include "libfeatures/descriptors/descriptor_brief.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
@@ -70,6 +71,7 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("SIFT")));
     EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("LDAH")));
     EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("SIFT")));
+    EXPECT_TRUE((creates<Brief, IDescriptorExtractor>("Brief")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("LDAHCuda")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
     EXPECT_TRUE((creates<DescMatcherDistFrac, IDescriptorMatcher>("DistFrac")));

@@ -361,8 +361,9 @@ private:
     void addMatchOptions(CLI::App* command) {
         command
             ->add_option("--pairs", arguments_.match.pairs,
-                         "all; sequence:K, each photograph with the K that follow by name; or "
-                         "list:FILE, a line with two names for each pair")
+                         "all; sequence:K, each photograph with the K that follow by name; "
+                         "similar:K, each with the K that look most like it; or list:FILE, a line "
+                         "with two names for each pair")
             ->capture_default_str();
         command->add_option("--matcher", arguments_.match.matcher, "how rows are paired")
             ->check(CLI::IsMember(kMatchers))

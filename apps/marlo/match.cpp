@@ -15,6 +15,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/parameter_setters.h"
@@ -24,6 +25,7 @@
 #include "marlo/interruption.h"
 #include "marlo/pair_order.h"
 #include "marlo/recently_used.h"
+#include "marlo/similar_photographs.h"
 #include "support/system.h"
 #include "support/thread_count_guard.h"
 
@@ -36,14 +38,18 @@ PairOfIds ordered(std::int64_t a, std::int64_t b) {
     return a < b ? PairOfIds{a, b} : PairOfIds{b, a};
 }
 
-int sequenceLength(const std::string& text) {
-    int length = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, length);
-    if (error != std::errc() || rest != end || length < 1) {
-        throw UsageError("--pairs sequence:K needs a whole number above 0, not '" + text + "'");
+// The K of "sequence:K", if `kind` is of that form and `word` is "sequence:".
+std::optional<std::size_t> numberBehind(std::string_view word, const std::string& kind) {
+    if (!kind.starts_with(word)) return std::nullopt;
+    int number = 0;
+    const char* const begin = kind.data() + word.size();
+    const char* const end = kind.data() + kind.size();
+    const auto [rest, error] = std::from_chars(begin, end, number);
+    if (error != std::errc() || rest != end || number < 1) {
+        throw UsageError("--pairs " + std::string(word) + "K needs a whole number above 0, not '" +
+                         begin + "'");
     }
-    return length;
+    return static_cast<std::size_t>(number);
 }
 
 std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photograph>& all) {
@@ -80,25 +86,23 @@ std::set<PairOfIds> pairsOfList(const std::string& path, const std::vector<Photo
     return pairs;
 }
 
-bool isList(const std::string& kind) {
-    return kind.rfind("list:", 0) == 0;
-}
+constexpr std::string_view kList = "list:";
+constexpr std::string_view kSequence = "sequence:";
+constexpr std::string_view kSimilar = "similar:";
 
-// How many of the photographs that follow by name one is matched with, by a kind that is no list.
-std::size_t reach(const std::string& kind) {
-    if (kind == "all") return std::numeric_limits<std::size_t>::max();
-    if (kind.rfind("sequence:", 0) == 0) {
-        return static_cast<std::size_t>(sequenceLength(kind.substr(9)));
+void checkPairs(const std::string& kind) {
+    if (kind == "all" || kind.starts_with(kList) || numberBehind(kSequence, kind) ||
+        numberBehind(kSimilar, kind)) {
+        return;
     }
-    throw UsageError("--pairs is all, sequence:K or list:FILE, not '" + kind + "'");
+    throw UsageError("--pairs is all, sequence:K, similar:K or list:FILE, not '" + kind + "'");
 }
 
-std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograph>& all) {
-    if (isList(kind)) return pairsOfList(kind.substr(5), all);
-    const std::size_t length = reach(kind);
+// Each with those that follow, `reach` of them.
+std::set<PairOfIds> pairsInSequence(const std::vector<Photograph>& all, std::size_t reach) {
     std::set<PairOfIds> pairs;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        for (std::size_t j = i + 1; j < all.size() && j - i <= length; ++j) {
+        for (std::size_t j = i + 1; j < all.size() && j - i <= reach; ++j) {
             pairs.insert(ordered(all[i].id, all[j].id));
         }
     }
@@ -160,18 +164,32 @@ Way wayFor(const std::string& features, const MatchOptions& options) {
     return way;
 }
 
+std::string tablesOf(const Photograph& photograph) {
+    return nlohmann::json::parse(photograph.stamp).value("tables", "");
+}
+
 // Why the rows of two photographs cannot be compared; empty if they can.
 std::string incomparable(const Photograph& first, const Photograph& second) {
     if (featuresOf(first) != featuresOf(second)) {
         return "one has SIFT and the other LDAH rows; extract both anew (--force)";
     }
-    const auto tables = [](const Photograph& photograph) {
-        return nlohmann::json::parse(photograph.stamp).value("tables", "");
-    };
-    if (tables(first) != tables(second)) {
+    if (tablesOf(first) != tablesOf(second)) {
         return "their LDAH codes are of different tables; extract both anew (--force)";
     }
     return "";
+}
+
+std::set<PairOfIds> pairsOf(const std::string& kind, const std::vector<Photograph>& all,
+                            const Project& project, Progress& progress) {
+    if (kind.starts_with(kList)) return pairsOfList(kind.substr(kList.size()), all);
+    if (const auto most = numberBehind(kSimilar, kind)) {
+        const auto kindOfRows = [](const Photograph& photograph) {
+            return featuresOf(photograph) + tablesOf(photograph);
+        };
+        return pairsOfSimilar(project, all, *most, kindOfRows, progress);
+    }
+    constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
+    return pairsInSequence(all, numberBehind(kSequence, kind).value_or(kAll));
 }
 
 PairMatches matchPair(const IDescriptorMatcher& matcher, const Features& first,
@@ -194,7 +212,7 @@ PairMatches matchPair(const IDescriptorMatcher& matcher, const Features& first,
 }  // namespace
 
 void check(const MatchOptions& options, const std::string& features) {
-    if (!isList(options.pairs)) reach(options.pairs);
+    checkPairs(options.pairs);
     const bool mutualOnly = options.matcher == kMatcherWithoutRatio;
     if (mutualOnly && features == "sift") {
         throw UsageError(
@@ -217,7 +235,11 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
     }
     const auto memory = static_cast<std::size_t>(availableMemory() / 4);
     const std::vector<PairOfIds> wanted =
-        inBlocks(pairsOf(options.pairs, photographs), memory / 2 / mostFeatureBytes(photographs));
+        inBlocks(pairsOf(options.pairs, photographs, project, progress),
+                 memory / 2 / mostFeatureBytes(photographs));
+    Outcome outcome;
+    outcome.interrupted = interruption() != 0;
+    if (outcome.interrupted) return outcome;
     if (wanted.empty()) progress.warning("there are no pairs to match");
     std::map<std::int64_t, const Photograph*> byId;
     std::map<std::string, Way> ways;  // by the features
@@ -251,7 +273,6 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
             },
             bytesOf);
     };
-    Outcome outcome;
     progress.begin("match", "pairs", wanted.size());
     for (const PairOfIds& pair : wanted) {
         if (interruption() != 0) {

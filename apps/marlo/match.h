@@ -11,8 +11,9 @@
 namespace marlo::app {
 
 struct MatchOptions {
-    /// Which photographs to match: "all", "sequence:K" (each with the K that follow it by name), or
-    /// "list:FILE" (a line for each pair: two names, in quotation marks where they hold spaces).
+    /// Which photographs to match: "all", "sequence:K" (each with the K that follow it by name),
+    /// "similar:K" (each with the K that are most like it, see pairsOfSimilar()), or "list:FILE" (a
+    /// line for each pair: two names, in quotation marks where they hold spaces).
     std::string pairs = "all";
     std::string matcher = "DistFracMutual";
     /// What tells SIFT rows apart: "hellinger" (see hellingerRows()) or "euclidean".

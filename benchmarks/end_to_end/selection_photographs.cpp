@@ -2,8 +2,10 @@
 #include "end_to_end/selection_photographs.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <numeric>
 #include <opencv2/core.hpp>
@@ -49,6 +51,22 @@ std::unique_ptr<IKeypointSelector> createSelector(const std::string& key, int wi
 }
 
 }  // namespace
+
+std::vector<std::string> photographsIn(const std::string& folder) {
+    constexpr std::array kEndings{".jpg", ".jpeg", ".png", ".pgm", ".ppm", ".tif", ".tiff"};
+    std::vector<std::string> paths;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::string ending = entry.path().extension().string();
+        std::transform(ending.begin(), ending.end(), ending.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+        if (std::find(kEndings.begin(), kEndings.end(), ending) != kEndings.end()) {
+            paths.push_back(entry.path().string());
+        }
+    }
+    if (paths.size() < 2) throw std::runtime_error("fewer than two photographs in " + folder);
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
 
 DescribedPhotograph describePhotograph(const std::string& path) {
     constexpr int kMegapixel = 1'000'000;

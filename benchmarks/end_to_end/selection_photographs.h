@@ -10,6 +10,9 @@
 
 namespace marlo::bench {
 
+/// The photographs in a folder, by name. @throws std::runtime_error if there are fewer than two.
+std::vector<std::string> photographsIn(const std::string& folder);
+
 /// All keypoints of a photograph, in its pixels, and their SIFT rows; keypoints without a finite
 /// row are left out.
 struct DescribedPhotograph {

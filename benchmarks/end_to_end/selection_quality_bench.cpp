@@ -191,22 +191,6 @@ void addPair(const SelectedPhotograph& first, const SelectedPhotograph& second,
     }
 }
 
-std::vector<std::string> photographsIn(const std::string& folder) {
-    constexpr std::array kEndings{".jpg", ".jpeg", ".png", ".pgm", ".ppm", ".tif", ".tiff"};
-    std::vector<std::string> paths;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        std::string ending = entry.path().extension().string();
-        std::transform(ending.begin(), ending.end(), ending.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-        if (std::find(kEndings.begin(), kEndings.end(), ending) != kEndings.end()) {
-            paths.push_back(entry.path().string());
-        }
-    }
-    if (paths.size() < 2) throw std::runtime_error("fewer than two photographs in " + folder);
-    std::sort(paths.begin(), paths.end());
-    return paths;
-}
-
 AllFigures measure(const std::string& folder, const std::vector<Selection>& selections) {
     const auto homography = [&](std::size_t number) {
         return folder + "/H1to" + std::to_string(number) + "p";

@@ -23,6 +23,8 @@
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/detectors/i_keypoint_detector.h"
 #include "libfeatures/features_export.h"
+#include "libfeatures/histogram/feature_histogram.h"
+#include "libfeatures/histogram/random_descriptors.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_base.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"

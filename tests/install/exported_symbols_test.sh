@@ -14,7 +14,8 @@ exported() {  # exported LIBRARY [TYPES]: demangled dynamic symbols, of these nm
 }
 
 listable() {  # listable LIBRARY: those that do not depend on what the compiler inlines
-    { exported "$1" TDBR; exported "$1" | grep -E '^(vtable|typeinfo) |ExtensibleFactory<' |
+    { exported "$1" TDBR; exported "$1" |
+        grep -E '^(vtable|typeinfo) |ExtensibleFactory<|::classifyLdah<' |
         grep -v '::factory$' || true; } | sort -u
 }
 
@@ -29,7 +30,7 @@ only_ours() {  # only_ours LIBRARY: nothing outside our namespace, nothing priva
     local foreign
     foreign=$(
         exported "$1" | grep -vE \
-            '^((QString|typeinfo for|typeinfo name for|vtable for|non-virtual thunk to) )?marlo::|^mlc[A-Z]'
+            '^((QString|void|typeinfo for|typeinfo name for|vtable for|non-virtual thunk to) )?marlo::|^mlc[A-Z]'
         exported "$1" | grep -E '::(detail|test)::|\(anonymous namespace\)'
     ) || true  # grep's status: nothing found is what is wanted
     if [[ -n $foreign ]]; then

@@ -3,11 +3,11 @@
 
 #include "libfeatures/base/detail/hamming_instance.h"
 #include "libfeatures/base/detail/hamming_kernels.h"
+#include "libfeatures/base/detail/screen_kernels.h"
 #include "libfeatures/descriptors/detail/descriptor_kernels.h"
 #include "libfeatures/descriptors/detail/ldah_kernels.h"
 #include "libfeatures/detectors/detail/extremum_kernels.h"
 #include "libfeatures/detectors/detail/orientation_kernels.h"
-#include "libfeatures/matchers/detail/screen_kernels.h"
 #include "support/detail/gauss_kernels.h"
 #include "support/detail/gradient_kernels.h"
 #include "support/detail/sift_distance_kernels.h"

@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "libfeatures/base/detail/float_search.h"
 #include "libfeatures/base/detail/hamming_instance.h"
+#include "libfeatures/base/detail/hamming_search.h"
 #include "libfeatures/matchers/detail/dist_frac_search.h"
-#include "libfeatures/matchers/detail/float_search.h"
-#include "libfeatures/matchers/detail/hamming_search.h"
 #include "libfeatures/matchers/detail/query_blocks.h"
 #include "libfeatures/matchers/detail/ratio_test.h"
 #include "support/system.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "libfeatures/base/detail/hamming_instance.h"
-#include "libfeatures/matchers/detail/hamming_search.h"
+#include "libfeatures/base/detail/hamming_search.h"
 #include "support/system.h"
 
 namespace marlo {

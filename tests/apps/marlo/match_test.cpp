@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -15,6 +16,7 @@
 #include "apps/marlo/material.h"
 #include "apps/marlo/scratch.h"
 #include "libfeatures/base/registration.h"
+#include "libfeatures/histogram/random_descriptors.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
@@ -53,6 +55,24 @@ DescMat codes(int rows, int shift, std::uint32_t seed) {
         DescMat row = all.row(i);
         known.row(i - shift).copyTo(row);
         row.data[own.below(16)] ^= 1U;
+    }
+    return all;
+}
+
+// The rows that histograms of LDAH rows are made with.
+DescMat someWords(int first, int count) {
+    DescMat words;
+    fillRandomLdah(words, first + count);
+    DescMat some(count, 16, DescMat::Byte);
+    std::memcpy(some.data, words.row(first).data, static_cast<std::size_t>(count) * some.step);
+    return some;
+}
+
+DescMat repeated(const DescMat& rows, int times) {
+    DescMat all(rows.rows * times, rows.cols, rows.type());
+    for (int i = 0; i < all.rows; ++i) {
+        DescMat row = all.row(i);
+        rows.row(i % rows.rows).copyTo(row);
     }
     return all;
 }
@@ -161,11 +181,89 @@ TEST_F(MatchTest, SequencesAreOfWholeNumbersAboveZero) {
     }
 }
 
+TEST_F(MatchTest, SimilarPhotographsAreOfWholeNumbersAboveZero) {
+    for (const char* const number : {"", "0", "-1", "x", "2x", "1.5", " 2", "99999999999"}) {
+        options.pairs = std::string("similar:") + number;
+        EXPECT_EQ(
+            refusal<std::invalid_argument>([&] { check(options, "ldah"); }),
+            std::string("--pairs similar:K needs a whole number above 0, not '") + number + "'");
+    }
+}
+
+TEST_F(MatchTest, SimilarPairsEachWithThoseMostLikeIt) {
+    // Of 100 words a and b share 90, b and c 80, a and c 70, d and e all; no one else any.
+    add("a.jpg", someWords(0, 100));
+    add("d.jpg", someWords(500, 100));
+    add("b.jpg", someWords(10, 100));
+    add("c.jpg", someWords(30, 100));
+    add("e.jpg", someWords(500, 100));
+    options.pairs = "similar:1";
+    EXPECT_EQ(run().done, 3U);
+    EXPECT_THAT(pairsIn(project), ElementsAre(Ids{1, 3}, Ids{2, 5}, Ids{3, 4}));
+    options.pairs = "similar:2";
+    run();
+    // d and e are as far from a, b and c: the first by name counts.
+    EXPECT_THAT(pairsIn(project),
+                ElementsAre(Ids{1, 2}, Ids{1, 3}, Ids{1, 4}, Ids{1, 5}, Ids{2, 5}, Ids{3, 4}));
+}
+
+TEST_F(MatchTest, OfEquallySimilarPhotographsTheFirstByNameCounts) {
+    add("d.jpg", someWords(0, 10));
+    add("c.jpg", someWords(0, 10));
+    add("b.jpg", someWords(0, 10));
+    options.pairs = "similar:1";
+    run();
+    // b with c, c with b, d with b
+    EXPECT_THAT(pairsIn(project), ElementsAre(Ids{1, 3}, Ids{2, 3}));
+}
+
+TEST_F(MatchTest, SimilarPhotographsMayBeMoreThanThereAre) {
+    addNames({"a.jpg", "b.jpg", "c.jpg"});
+    options.pairs = "similar:2147483647";
+    EXPECT_EQ(run().done, 3U);
+}
+
+TEST_F(MatchTest, PhotographsWithFewKeypointsAreComparedByTheSharesOfTheirWords) {
+    add("a.jpg", someWords(0, 400));
+    add("b.jpg", repeated(someWords(0, 400), 3));
+    add("c.jpg", someWords(200, 400));  // shares half with a, and has as many
+    add("d.jpg", repeated(someWords(200, 400), 3));
+    options.pairs = "similar:1";
+    run();
+    EXPECT_THAT(pairsIn(project), ElementsAre(Ids{1, 2}, Ids{3, 4}));
+}
+
+TEST_F(MatchTest, SimilarPhotographsHaveRowsOfOneKind) {
+    DescMat floats;
+    fillRandomSift(floats, 20);
+    DescMat sameFloats;
+    fillRandomSift(sameFloats, 20);
+    add("a.jpg", someWords(0, 20), kLdah);
+    add("b.jpg", std::move(floats), kSift);
+    add("c.jpg", someWords(0, 20), R"({"features": "ldah", "tables": "u"})");
+    add("d.jpg", someWords(0, 20), kLdah);
+    add("e.jpg", std::move(sameFloats), kSift);
+    options.pairs = "similar:4";
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_THAT(pairsIn(project), ElementsAre(Ids{1, 4}, Ids{2, 5}));
+}
+
+TEST_F(MatchTest, PhotographsWithoutKeypointsAreLikeNone) {
+    add("a.jpg", someWords(0, 20));
+    add("b.jpg", DescMat(0, 16, DescMat::Byte));
+    add("c.jpg", someWords(500, 20));
+    options.pairs = "similar:2";
+    run();
+    EXPECT_THAT(pairsIn(project), ElementsAre(Ids{1, 3}));
+}
+
 TEST_F(MatchTest, OtherKindsOfPairsAreRefusedWithTheChoices) {
-    for (const char* const kind : {"", "ALL", "all ", "sequence", "list", "pairs.txt"}) {
+    for (const char* const kind : {"", "ALL", "all ", "sequence", "similar", "list", "pairs.txt"}) {
         options.pairs = kind;
-        EXPECT_EQ(refusal<std::invalid_argument>([&] { check(options, "ldah"); }),
-                  std::string("--pairs is all, sequence:K or list:FILE, not '") + kind + "'");
+        EXPECT_EQ(
+            refusal<std::invalid_argument>([&] { check(options, "ldah"); }),
+            std::string("--pairs is all, sequence:K, similar:K or list:FILE, not '") + kind + "'");
     }
 }
 

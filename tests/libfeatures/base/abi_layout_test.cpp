@@ -12,6 +12,7 @@
 #include "libfeatures/base/d_match.h"
 #include "libfeatures/base/features_controller.h"
 #include "libfeatures/base/keypoint.h"
+#include "libfeatures/histogram/feature_histogram.h"
 #include "libfeatures/transforms/default_transform.h"
 #include "utilities/hand_written_plug_ins.h"
 
@@ -209,6 +210,15 @@ TEST(RecordLayoutTest, DescMatcherDistFracBase) {
 
 TEST(RecordLayoutTest, FeaturesControllerIsOnePointer) {
     EXPECT_EQ(sizeof(FeaturesController), sizeof(void*));
+}
+
+TEST(RecordLayoutTest, FeatureHistogram) {
+    const FeatureHistogram histogram(DescriptorType::LDAH);
+    EXPECT_FALSE(std::is_polymorphic_v<FeatureHistogram>);
+    EXPECT_EQ(offsetIn(histogram, histogram.bins), 0);
+    EXPECT_EQ(offsetIn(histogram, histogram.descriptorType), 24);
+    EXPECT_EQ(sizeof(histogram.descriptorType), 1U);
+    EXPECT_EQ(sizeof(FeatureHistogram), 32U);
 }
 
 }  // namespace

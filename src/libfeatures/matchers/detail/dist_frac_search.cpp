@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "libfeatures/matchers/detail/float_search.h"
-#include "libfeatures/matchers/detail/hamming_search.h"
+#include "libfeatures/base/detail/float_search.h"
+#include "libfeatures/base/detail/hamming_search.h"
 #include "libfeatures/matchers/detail/query_blocks.h"
 #include "libfeatures/matchers/detail/ratio_test.h"
 #include "libfeatures/matchers/detail/stated_thread_count.h"

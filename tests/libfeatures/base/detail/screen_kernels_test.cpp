@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/screen_kernels.h"
+#include "libfeatures/base/detail/screen_kernels.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/float_search.h"
+#include "libfeatures/base/detail/float_search.h"
 
 #include <algorithm>
 #include <cmath>
@@ -49,9 +49,9 @@ double squaredLength(const float* row, std::ptrdiff_t columns) {
     return sum;
 }
 
-std::vector<double> squaredLengths(const DescMat& matrix) {
+std::vector<double> squaredLengths(const DescMat& matrix, bool onThreads) {
     std::vector<double> squares(static_cast<std::size_t>(matrix.rows));
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (onThreads)
     for (std::ptrdiff_t row = 0; row < matrix.rows; ++row) {
         squares[static_cast<std::size_t>(row)] = squaredLength(rowAt(matrix, row), matrix.cols);
     }
@@ -132,20 +132,21 @@ std::int32_t FloatScale::trainLimit(float distance) const {
     return static_cast<std::int32_t>(std::min<double>(limit, kNever));
 }
 
-FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train)
+FloatTrain::FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train,
+                       Preparation preparation)
     : functions_(functions),
       distance_(fastest(siftDistanceKernels())),
       query_(aligned(query, queryCopy_)),
       train_(aligned(train, trainCopy_)),
-      querySquares_(squaredLengths(query_)),
-      trainSquares_(squaredLengths(train_)),
+      querySquares_(squaredLengths(query_, preparation == Preparation::onThreads)),
+      trainSquares_(squaredLengths(train_, preparation == Preparation::onThreads)),
       scale_(train_.cols, joined(querySquares_, trainSquares_)) {
     const std::ptrdiff_t groupRows = functions.groupRows;
     const std::ptrdiff_t groupCount = (train_.rows + groupRows - 1) / groupRows;
     const std::ptrdiff_t groupSize = 2 * groupRows * scale_.pairs();
     groups_.resize(static_cast<std::size_t>(groupCount * groupSize));
     terms_.resize(static_cast<std::size_t>(groupCount * groupRows), FloatScale::kNever);
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (preparation == Preparation::onThreads)
     for (std::ptrdiff_t row = 0; row < train_.rows; ++row) {
         std::int16_t* const pairs =
             groups_.data() + row / groupRows * groupSize + 2 * (row % groupRows);

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "libfeatures/base/detail/nearest_query.h"
+#include "libfeatures/base/detail/screen_kernels.h"
 #include "libfeatures/base/detail/two_nearest.h"
-#include "libfeatures/matchers/detail/nearest_query.h"
-#include "libfeatures/matchers/detail/screen_kernels.h"
 #include "support/desc_mat.h"
 #include "support/detail/aligned_vector.h"
 #include "support/detail/sift_distance_kernels.h"
@@ -70,8 +70,11 @@ struct NearestQueriesFloat {
 /// only few have to be looked at. The matrices must outlive the object.
 class FloatTrain {
 public:
-    /// Both matrices must have rows of floats of the same width, at any address.
-    FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train);
+    /// Both matrices must have rows of floats of the same width, at any address. The rows are
+    /// prepared on OpenMP threads, or on the calling one.
+    enum class Preparation { onThreads, onCaller };
+    FloatTrain(const ScreenFunctions& functions, const DescMat& query, const DescMat& train,
+               Preparation preparation = Preparation::onThreads);
     FloatTrain(const FloatTrain&) = delete;
     FloatTrain& operator=(const FloatTrain&) = delete;
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/screen_kernels.h"
+#include "libfeatures/base/detail/screen_kernels.h"
 
 #include "support/detail/simd.h"
 #if defined(__x86_64__)
@@ -23,7 +23,7 @@ inline Ints productSums(Ints a, Ints b) {
 inline std::uint32_t bits(Ints condition) {
     return _mm512_cmplt_epi32_mask(reinterpret_cast<__m512i>(condition), _mm512_setzero_si512());
 }
-#include "libfeatures/matchers/detail/screen_body.h"
+#include "libfeatures/base/detail/screen_body.h"
 }  // namespace avx512
 MARLO_KERNELS_END
 
@@ -37,7 +37,7 @@ inline Ints productSums(Ints a, Ints b) {
 inline std::uint32_t bits(Ints condition) {
     return static_cast<std::uint32_t>(_mm256_movemask_ps(reinterpret_cast<__m256>(condition)));
 }
-#include "libfeatures/matchers/detail/screen_body.h"
+#include "libfeatures/base/detail/screen_body.h"
 }  // namespace avx2
 MARLO_KERNELS_END
 
@@ -71,7 +71,7 @@ MARLO_KERNEL_INLINE std::uint32_t bits(Ints condition) {
     return bit(0) | bit(1) | bit(2) | bit(3);
 }
 #endif
-#include "libfeatures/matchers/detail/screen_body.h"
+#include "libfeatures/base/detail/screen_body.h"
 }  // namespace portable
 
 #if defined(__x86_64__)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/nearest_query.h"
+#include "libfeatures/base/detail/nearest_query.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "libfeatures/matchers/detail/screen_kernels.h"
+#include "libfeatures/base/detail/screen_kernels.h"
 #include "support/detail/aligned_vector.h"
 #include "utilities/kernel_cases.h"
 #include "utilities/random.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/hamming_search.h"
+#include "libfeatures/base/detail/hamming_search.h"
 
 #include <algorithm>
 #include <limits>

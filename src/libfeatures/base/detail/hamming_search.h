@@ -4,8 +4,8 @@
 #include <cstddef>
 
 #include "libfeatures/base/detail/hamming_kernels.h"
+#include "libfeatures/base/detail/nearest_query.h"
 #include "libfeatures/base/detail/two_nearest.h"
-#include "libfeatures/matchers/detail/nearest_query.h"
 #include "support/desc_mat.h"
 #include "support/detail/aligned_vector.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-#include "libfeatures/matchers/detail/float_search.h"
+#include "libfeatures/base/detail/float_search.h"
 
 #include <gtest/gtest.h>
 

@@ -29,7 +29,7 @@ cmake -S "$examples" -B "$work/cmake" -G Ninja \
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" \
     -DCMAKE_PREFIX_PATH="$work/moved"
 cmake --build "$work/cmake"
-for example in describe_image match_images own_plug_ins; do
+for example in camera_rays describe_image match_images own_plug_ins; do
     check "$work/cmake/$example" "$examples/$example.expected"
 done
 

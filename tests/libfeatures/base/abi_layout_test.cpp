@@ -14,6 +14,10 @@
 #include "libfeatures/base/keypoint.h"
 #include "libfeatures/histogram/feature_histogram.h"
 #include "libfeatures/transforms/default_transform.h"
+#include "support/cameras/calib_camera.h"
+#include "support/cameras/camera_fisheye.h"
+#include "support/cameras/camera_perspective.h"
+#include "utilities/hand_written_cameras.h"
 #include "utilities/hand_written_plug_ins.h"
 
 namespace marlo {
@@ -21,7 +25,9 @@ namespace {
 
 using test::DiagonalMatcher;
 using test::Journal;
+using test::PlainCamera;
 using test::PlainDetector;
+using test::PlainExternals;
 using test::PlainSelector;
 using test::ScaledExtractor;
 
@@ -159,6 +165,58 @@ TEST(SlotOrderTest, DescMatcherDistFracBase) {
     EXPECT_EQ(slotCount<B>(), 4);
 }
 
+TEST(SlotOrderTest, AbstractCamera) {
+    using C = AbstractCamera;
+    expectDestructorsInTheFirstTwoSlots<PlainCamera, C>();
+    EXPECT_EQ(slotOf(&C::clone), 2);
+    EXPECT_EQ(slotOf(&C::modelName), 3);
+    EXPECT_EQ(slotOf(&C::pixelsPerRadian), 4);
+    EXPECT_EQ(slotOf(&C::project), 5);
+    EXPECT_EQ(slotOf(&C::unproject), 6);
+    EXPECT_EQ(slotOf(&C::projectionJacobian), 7);
+    EXPECT_EQ(slotOf(&C::parameterJacobian), 8);
+    EXPECT_EQ(slotOf(&C::parameterName), 9);
+    EXPECT_EQ(slotOf(&C::setParameters), 10);
+    EXPECT_EQ(slotOf(&C::maxAngle), 11);
+    EXPECT_EQ(slotOf(&C::calibrationMatrix), 12);
+    EXPECT_EQ(slotOf(&C::pixelDifference), 13);
+    EXPECT_EQ(slotOf(&C::equal), 14);
+    EXPECT_EQ(slotOf(&C::getErrorMeasureScalingFactor), 15);
+    EXPECT_EQ(slotOf(&C::readBin), 16);
+    EXPECT_EQ(slotOf(&C::writeBin), 17);
+    EXPECT_EQ(slotOf(&C::print), 18);
+    EXPECT_EQ(slotOf(&C::unprojectionJacobian), 19);
+    EXPECT_EQ(slotCount<PlainCamera>(), 20);
+}
+
+TEST(SlotOrderTest, CameraExternals) {
+    using C = CameraExternals;
+    using On2 = void (C::*)(Eigen::Vector2d&, double) const;
+    using On3 = void (C::*)(Eigen::Vector3d&, double) const;
+    expectDestructorsInTheFirstTwoSlots<PlainExternals, C>();
+    EXPECT_EQ(slotOf(&C::clone), 2);
+    EXPECT_EQ(slotOf(&C::toCamera), 3);
+    EXPECT_EQ(slotOf(&C::toWorld), 4);
+    EXPECT_EQ(slotOf(&C::rotationRow), 5);
+    EXPECT_EQ(slotOf(&C::translationRow), 6);
+    EXPECT_EQ(slotOf(&C::readoutDisplacement), 7);
+    EXPECT_EQ(slotOf(&C::hasRollingShutter), 8);
+    EXPECT_EQ(slotOf<void (C::*)(const double*, OptimExtType, bool)>(&C::setParameters), 9);
+    EXPECT_EQ(slotOf<void (C::*)(const RigidTransform3D&)>(&C::applyTransform), 10);
+    EXPECT_EQ(slotOf(&C::computeLambda), 11);
+    EXPECT_EQ(slotOf<On2>(&C::applyRollingShutterCorrection), 12);
+    EXPECT_EQ(slotOf<On3>(&C::applyRollingShutterCorrection), 13);
+    EXPECT_EQ(slotOf<On2>(&C::applyInverseRollingShutterCorrection), 14);
+    EXPECT_EQ(slotOf<On3>(&C::applyInverseRollingShutterCorrection), 15);
+    EXPECT_EQ(slotOf(&C::numberOfParameters), 16);
+    EXPECT_EQ(slotOf(&C::getParameters), 17);
+    EXPECT_EQ(slotOf(&C::pointJacobian), 18);
+    EXPECT_EQ(slotOf(&C::print), 19);
+    EXPECT_EQ(slotOf(&C::equal), 20);
+    EXPECT_EQ(slotOf(&C::centreRow), 21);
+    EXPECT_EQ(slotCount<PlainExternals>(), 22);
+}
+
 TEST(SlotOrderTest, SelectorParameterBlocksHaveNoVirtualFunctions) {
     EXPECT_FALSE(std::is_polymorphic_v<KeypointSelectorAnmsBase>);
     EXPECT_FALSE(std::is_polymorphic_v<KeypointSelectorSdcBase>);
@@ -219,6 +277,51 @@ TEST(RecordLayoutTest, FeatureHistogram) {
     EXPECT_EQ(offsetIn(histogram, histogram.descriptorType), 24);
     EXPECT_EQ(sizeof(histogram.descriptorType), 1U);
     EXPECT_EQ(sizeof(FeatureHistogram), 32U);
+}
+
+TEST(RecordLayoutTest, BrownConradyParameters) {
+    EXPECT_EQ(offsetof(BrownConradyParameters, fx), 0U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, fy), 8U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, cx), 16U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, cy), 24U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, k1), 32U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, k2), 40U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, p1), 48U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, p2), 56U);
+    EXPECT_EQ(offsetof(BrownConradyParameters, k3), 64U);
+    EXPECT_EQ(sizeof(BrownConradyParameters), 72U);
+}
+
+TEST(RecordLayoutTest, FisheyeParameters) {
+    EXPECT_EQ(offsetof(FisheyeParameters, fx), 0U);
+    EXPECT_EQ(offsetof(FisheyeParameters, fy), 8U);
+    EXPECT_EQ(offsetof(FisheyeParameters, cx), 16U);
+    EXPECT_EQ(offsetof(FisheyeParameters, cy), 24U);
+    EXPECT_EQ(offsetof(FisheyeParameters, k1), 32U);
+    EXPECT_EQ(offsetof(FisheyeParameters, k2), 40U);
+    EXPECT_EQ(offsetof(FisheyeParameters, k3), 48U);
+    EXPECT_EQ(offsetof(FisheyeParameters, k4), 56U);
+    EXPECT_EQ(sizeof(FisheyeParameters), 64U);
+}
+
+TEST(RecordLayoutTest, RigidTransform3D) {
+    const RigidTransform3D transform;
+    EXPECT_EQ(offsetIn(transform, transform.rotation), 0);
+    EXPECT_EQ(offsetIn(transform, transform.translation), 72);
+    EXPECT_EQ(sizeof(RigidTransform3D), 96U);
+    EXPECT_EQ(alignof(RigidTransform3D), 8U);  // whatever a host is compiled for
+}
+
+TEST(RecordLayoutTest, OptimExtType) {
+    EXPECT_EQ(sizeof(OptimExtType), 1U);
+    EXPECT_EQ(static_cast<int>(OptimExtType::None), 0);
+    EXPECT_EQ(static_cast<int>(OptimExtType::Rotation), 1);
+    EXPECT_EQ(static_cast<int>(OptimExtType::Translation), 2);
+    EXPECT_EQ(static_cast<int>(OptimExtType::RotationAndTranslation), 3);
+}
+
+TEST(RecordLayoutTest, CalibCameraIsTwoPointers) {
+    EXPECT_EQ(sizeof(CalibCamera), 2 * sizeof(void*));
 }
 
 }  // namespace

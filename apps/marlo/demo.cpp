@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <numbers>
 #include <opencv2/imgcodecs.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -71,9 +73,10 @@ void writeCameras(const std::vector<DemoView>& views, const fs::path& path) {
 }
 
 // Returns where they are.
-std::vector<std::string> writeViews(const std::vector<DemoView>& views, const fs::path& folder) {
+template <typename View>
+std::vector<std::string> writeViews(const std::vector<View>& views, const fs::path& folder) {
     std::vector<std::string> files;
-    for (const DemoView& view : views) {
+    for (const View& view : views) {
         std::vector<unsigned char> file;
         cv::imencode(".png", view.image, file);
         writeFile(folder / view.name, std::string(file.begin(), file.end()));
@@ -160,6 +163,95 @@ Result runChain(const std::string& features, const std::vector<DemoView>& views,
     return result;
 }
 
+Eigen::Vector2d position(const Keypoint& keypoint) {
+    return {static_cast<double>(keypoint.x), static_cast<double>(keypoint.y)};
+}
+
+// Two panoramas, taken as what they are or as ordinary photographs.
+struct PanoramaResult {
+    std::size_t keypoints = 0;
+    Share matches;
+    Share verified;
+};
+
+PanoramaResult runPanoramas(bool asPanoramas, const std::vector<DemoPanorama>& panoramas,
+                            const std::vector<std::string>& files, const fs::path& folder,
+                            Progress& progress) {
+    Project project(folder, Project::Access::write);
+    ExtractOptions options;
+    options.panorama = asPanoramas;
+    options.force = true;
+    extract(findPhotographs(files), options, project, progress);
+    stopIfInterrupted();
+    match(MatchOptions(), project, progress);
+    stopIfInterrupted();
+    verify(VerifyOptions(), project, progress);
+    stopIfInterrupted();
+    const std::optional<Photograph> first = project.photograph(panoramas[0].name);
+    const std::optional<Photograph> second = project.photograph(panoramas[1].name);
+    PanoramaResult result;
+    if (!first || !second) return result;
+    const std::vector<Keypoint> from = project.keypoints(first->id);
+    const std::vector<Keypoint> to = project.keypoints(second->id);
+    result.keypoints = from.size() + to.size();
+    const PanoramaCamera& camera = panoramas[1].camera;
+    const double mostAngle = kMostError * std::numbers::pi / camera.height;
+    const auto judged = [&](const MatchList& matches) {
+        Share share;
+        for (Eigen::Index i = 0; i < matches.rows(); ++i) {
+            const auto expected =
+                transfer(panoramas[0], position(from[matches(i, 0)]), panoramas[1]);
+            const Eigen::Vector3d there = camera.ray(position(to[matches(i, 1)]));
+            share.add(expected && (*expected - there).norm() < mostAngle);
+        }
+        return share;
+    };
+    result.matches = judged(project.matches(first->id, second->id).matches);
+    const auto geometry = project.geometry(first->id, second->id);
+    if (geometry) result.verified = judged(geometry->inliers);
+    if (asPanoramas) {
+        writeSummary(project);
+        showProject(project, folder / "pictures", kPictures, progress);
+    }
+    return result;
+}
+
+void printPanoramaTable(const std::vector<std::pair<std::string, PanoramaResult>>& results,
+                        Progress& progress) {
+    progress.report(
+        "\n| panoramas extracted | keypoints | matches | within 2 px | verified | within 2 px |\n"
+        "|---|---|---|---|---|---|",
+        {{"event", "demo"}});
+    for (const auto& [name, r] : results) {
+        char line[256];
+        std::snprintf(line, sizeof line, "| %s | %zu | %zu | %.1f %% | %zu | %.1f %% |",
+                      name.c_str(), r.keypoints, r.matches.count, r.matches.percent(),
+                      r.verified.count, r.verified.percent());
+        progress.report(line, {{"event", "demo"},
+                               {"panoramas", name},
+                               {"keypoints", r.keypoints},
+                               {"matches", r.matches.count},
+                               {"matches_correct", r.matches.correct},
+                               {"verified", r.verified.count},
+                               {"verified_correct", r.verified.correct}});
+    }
+}
+
+// What it brings to see panoramas as such.
+void showPanoramas(const fs::path& folder, Progress& progress) {
+    progress.message("Two panoramas of the scene, one camera upright and one on its side");
+    const std::vector<DemoPanorama> panoramas = renderDemoPanoramas();
+    makeFolder(folder / "panoramas");
+    const std::vector<std::string> files = writeViews(panoramas, folder / "panoramas");
+    std::vector<std::pair<std::string, PanoramaResult>> results;
+    results.emplace_back(
+        "as ordinary photographs",
+        runPanoramas(false, panoramas, files, folder / "panorama-as-ordinary", progress));
+    results.emplace_back("with --panorama",
+                         runPanoramas(true, panoramas, files, folder / "panorama", progress));
+    printPanoramaTable(results, progress);
+}
+
 void printTable(const std::vector<std::pair<std::string, Result>>& results, Progress& progress) {
     progress.report(
         "\n| rows | keypoints | pairs | matches | within 2 px | verified | within 2 px | extract | "
@@ -202,9 +294,11 @@ void demo(const fs::path& folder, Progress& progress) {
         stopIfInterrupted();
     }
     printTable(results, progress);
+    showPanoramas(folder, progress);
     const std::string where = fs::absolute(folder).lexically_normal().string();
-    progress.report("\nViews: " + where + "/photographs\nPictures: " + where +
-                        "/sift/pictures and " + where + "/ldah/pictures",
+    progress.report("\nViews: " + where + "/photographs and " + where +
+                        "/panoramas\nPictures: " + where + "/sift/pictures, " + where +
+                        "/ldah/pictures and " + where + "/panorama/pictures",
                     {{"event", "done"}, {"folder", where}});
 }
 

@@ -14,8 +14,7 @@
 #include <mutex>
 #include <new>
 #include <nlohmann/json.hpp>
-#include <opencv2/core/eigen.hpp>
-#include <opencv2/imgproc.hpp>
+#include <opencv2/core/mat.hpp>
 #include <stdexcept>
 
 #include "libfeatures/base/features_controller.h"
@@ -25,6 +24,7 @@
 #include "marlo/edge_test.h"
 #include "marlo/interruption.h"
 #include "marlo/ordered_work.h"
+#include "marlo/working_image.h"
 #include "support/log.h"
 #include "support/system.h"
 
@@ -103,57 +103,10 @@ void throwLoggedErrors() {
     throw std::runtime_error(errors);
 }
 
-// An image of the wanted size, and how its pixels lie in the photograph.
-struct WorkingImage {
-    FloatImage image;
-    double scale = 1.0;  // that the detector is told
-    double xFactor = 1.0;
-    double yFactor = 1.0;
-};
-
-double scaleFor(int longer, const ExtractOptions& options) {
-    if (options.longestSide > 0 && longer > options.longestSide) {
-        return static_cast<double>(options.longestSide) / longer;
-    }
-    return longer < options.enlargeBelow ? 2.0 : 1.0;
-}
-
-WorkingImage workingImage(FloatImage&& grey, const ExtractOptions& options) {
-    WorkingImage working;
-    working.scale = scaleFor(static_cast<int>(std::max(grey.rows(), grey.cols())), options);
-    if (working.scale == 1.0) {
-        working.image = std::move(grey);
-        return working;
-    }
-    const auto rows = static_cast<int>(
-        std::max(1L, std::lround(working.scale * static_cast<double>(grey.rows()))));
-    const auto cols = static_cast<int>(
-        std::max(1L, std::lround(working.scale * static_cast<double>(grey.cols()))));
-    working.image.resize(rows, cols);
-    const cv::Mat from(static_cast<int>(grey.rows()), static_cast<int>(grey.cols()), CV_32F,
-                       grey.data());
-    cv::Mat to(rows, cols, CV_32F, working.image.data());
-    cv::resize(from, to, to.size(), 0.0, 0.0,
-               working.scale < 1.0 ? cv::INTER_AREA : cv::INTER_LINEAR);
-    working.xFactor = static_cast<double>(grey.cols()) / cols;
-    working.yFactor = static_cast<double>(grey.rows()) / rows;
-    return working;
-}
-
-// From what the detector says of a resized image to pixels of the photograph. Resizing keeps the
-// image's outer edges, so pixel centres move; and rounding makes the two sides differ a little.
-cv::Point2d inPhotograph(const WorkingImage& working, const Keypoint& keypoint) {
-    const auto x = static_cast<double>(keypoint.x);
-    const auto y = static_cast<double>(keypoint.y);
-    if (working.scale == 1.0) return {x, y};
-    return {(x * working.scale + 0.5) * working.xFactor - 0.5,
-            (y * working.scale + 0.5) * working.yFactor - 0.5};
-}
-
 void removeMasked(const cv::Mat& mask, const WorkingImage& working,
                   std::vector<Keypoint>& keypoints) {
     const auto isMasked = [&](const Keypoint& keypoint) {
-        const cv::Point2d point = inPhotograph(working, keypoint);
+        const cv::Point2d point = working.inPhotograph(keypoint);
         const int col = std::clamp(static_cast<int>(std::lround(point.x)), 0, mask.cols - 1);
         const int row = std::clamp(static_cast<int>(std::lround(point.y)), 0, mask.rows - 1);
         return mask.at<std::uint8_t>(row, col) == 0;
@@ -218,33 +171,48 @@ private:
             return;
         }
         const std::uint64_t fileBytes = sizeOf(file.path);
-        const MemoryBudget::Share share(budget_, pixelsAtMost(file.path, fileBytes) *
-                                                         kBytesPerPixel *
-                                                         (options_.enlargeBelow > 0 ? 4 : 1) +
-                                                     fileBytes + kBytesPerPhotograph);
+        const MemoryBudget::Share share(
+            budget_, pixelsAtMost(file.path, fileBytes) * kBytesPerPixel *
+                             (options_.enlargeBelow > 0 ? 4 : 1) * (options_.panorama ? 3 : 2) / 2 +
+                         fileBytes + kBytesPerPhotograph);
         DecodedPhotograph photograph =
             decodePhotograph(file.path, DecodeOptions{options_.applyOrientation});
         extracted.camera = photograph.camera;
         extracted.stamp = stamp(file, photograph.contentHash);
         const cv::Mat mask = maskOf(file, photograph.grey);
-        const WorkingImage working = workingImage(std::move(photograph.grey), options_);
+        const bool isPanorama = options_.panorama && isFullPanorama(photograph.grey);
+        if (isPanorama) {
+            extracted.camera.focalLength = 0.0;
+            extracted.camera.focalLengthKnown = false;
+        }
+        WorkingImage working(std::move(photograph.grey),
+                             {options_.longestSide, options_.enlargeBelow, isPanorama});
         detectAndDescribe(working, mask, extracted);
     }
 
-    void detectAndDescribe(const WorkingImage& working, const cv::Mat& mask,
-                           Extracted& extracted) const {
+    [[nodiscard]] bool isFullPanorama(const FloatImage& grey) const {
+        if (grey.cols() == 2 * grey.rows()) return true;
+        if (options_.allowNonSpherical) return false;
+        throw std::runtime_error("is " + std::to_string(grey.cols()) + " x " +
+                                 std::to_string(grey.rows()) +
+                                 " pixels and so no full panorama, which is twice as wide as high "
+                                 "(--allow-non-spherical takes it as an ordinary photograph)");
+    }
+
+    void detectAndDescribe(WorkingImage& working, const cv::Mat& mask, Extracted& extracted) const {
         const QString key = QString::fromStdString(controllerKey(options_.features));
         // A new controller for each photograph: some selectors keep records between calls.
         FeaturesController controller(key, key, QString::fromStdString(options_.selector),
                                       QStringLiteral("Default"));
-        controller.setFeatureSetParams(working.scale, extracted.camera.height,
-                                       extracted.camera.width, options_.keypoints);
+        controller.setFeatureSetParams(working.scale(), working.height(), working.width(),
+                                       options_.keypoints);
         std::vector<Keypoint> found;
-        controller.detect(working.image, found);
+        controller.detect(working.image(), found);
         throwLoggedErrors();
+        working.keepOneOfEach(found);
         if (!mask.empty()) removeMasked(mask, working, found);
         if (options_.edgeRatio > 0.0) {
-            removeEdges(working.image, working.scale, options_.edgeRatio, found);
+            removeEdges(working.image(), working.scale(), options_.edgeRatio, found);
         }
         Features& features = extracted.features;
         if (!found.empty()) {
@@ -259,11 +227,11 @@ private:
                                      " of a photograph (--keypoints)");
         }
         if (!features.keypoints.empty()) {
-            controller.compute(working.image, features.keypoints, features.rows);
+            controller.compute(working.image(), features.keypoints, features.rows);
             throwLoggedErrors();
         }
         for (Keypoint& keypoint : features.keypoints) {
-            const cv::Point2d point = inPhotograph(working, keypoint);
+            const cv::Point2d point = working.inPhotograph(keypoint);
             keypoint.x = static_cast<float>(point.x);
             keypoint.y = static_cast<float>(point.y);
         }
@@ -291,6 +259,7 @@ private:
                               {"edge_ratio", options_.edgeRatio},
                               {"orientation", options_.applyOrientation},
                               {"library", libraryVersion()}};
+        if (options_.panorama) all["panorama"] = true;
         if (options_.features == "ldah") all["tables"] = ldahTablesIdentifier();
         if (hasMask(file)) all["mask"] = contentHash(maskPath(*options_.masks, file));
         return all.dump();

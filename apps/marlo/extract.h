@@ -21,6 +21,8 @@ struct ExtractOptions {
     int enlargeBelow = 0;  ///< photographs whose longest side is below are enlarged twice; 0: none
     double edgeRatio = 10.0;  ///< of curvatures at a keypoint, at most; 0: any (see removeEdges)
     bool applyOrientation = false;
+    bool panorama = false;           ///< photographs are full panoramas, twice as wide as high
+    bool allowNonSpherical = false;  ///< others are taken as ordinary ones then, not refused
     std::optional<std::filesystem::path> masks;  ///< folder of <image name>.png
     std::uint64_t memory = 0;  ///< bytes that images in work may take; 0: half of what there is
     int threads = 0;           ///< 0: as many as there are

@@ -186,6 +186,8 @@ int runShow(const Arguments& arguments, const std::string& kind, Progress& progr
         showMatches(project, arguments.names[0], arguments.names[1], picture);
     } else if (kind == "keypoints") {
         showKeypoints(project, arguments.names[0], picture);
+    } else if (kind == "panorama") {
+        showPanorama(project, arguments.names[0], picture);
     } else {
         const ShownCoverage shown = showCoverage(project, arguments.names[0], picture);
         text = coverageCaption(shown.keypoints, shown.measured) + "\n" + text;
@@ -352,6 +354,15 @@ private:
             ->capture_default_str();
         command->add_flag("--apply-orientation", options.applyOrientation,
                           "turn photographs as EXIF says; else pixels are as the sensor gave them");
+        CLI::Option* const panorama = command->add_flag(
+            "--panorama", options.panorama,
+            "photographs are full panoramas, equirectangular and twice as wide as high: keypoints "
+            "are found across the seam and at the poles, too");
+        command
+            ->add_flag("--allow-non-spherical", options.allowNonSpherical,
+                       "with --panorama: take photographs of another shape as ordinary ones "
+                       "instead of refusing them")
+            ->needs(panorama);
         command->add_flag("--prune", options.prune,
                           "remove photographs from the project whose files are gone");
         command->add_option("--memory", arguments_.memory,
@@ -463,13 +474,18 @@ private:
     }
 
     void addShow() {
-        CLI::App* const show = app_.add_subcommand("show", "Draw keypoints, matches or coverage.");
+        CLI::App* const show =
+            app_.add_subcommand("show", "Draw keypoints, matches, coverage or a panorama.");
         show->require_subcommand(1);
         show->footer(
             "Example: marlo show matches project DSC_0001.jpg DSC_0002.jpg -o matches.png");
-        for (const std::string kind : {"keypoints", "matches", "coverage"}) {
-            CLI::App* const command = show->add_subcommand(
-                kind, kind == "matches" ? "of two photographs, side by side" : "of one photograph");
+        const std::pair<std::string, std::string> kinds[] = {
+            {"keypoints", "of one photograph"},
+            {"matches", "of two photographs, side by side"},
+            {"coverage", "of one photograph"},
+            {"panorama", "what detection sees of a full panorama, and the keypoints"}};
+        for (const auto& [kind, what] : kinds) {
+            CLI::App* const command = show->add_subcommand(kind, what);
             addProject(command);
             command
                 ->add_option("NAME", arguments_.names,
@@ -479,9 +495,9 @@ private:
             command->add_option("-o,--output", arguments_.picture,
                                 "the picture, .png or .jpg (in the project's folder pictures)");
             command->add_flag("--json", arguments_.json, "one JSON object on standard output");
-            command->callback([this, kind] {
-                command_ = [this, kind](Progress& progress) {
-                    return runShow(arguments_, kind, progress);
+            command->callback([this, name = kind] {
+                command_ = [this, name](Progress& progress) {
+                    return runShow(arguments_, name, progress);
                 };
             });
         }

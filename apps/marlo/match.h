@@ -46,7 +46,8 @@ struct VerifyOptions {
 
 /// Finds, for every matched pair, the fundamental matrix and the homography that most matches agree
 /// with (MAGSAC++, D. Barath et al., CVPR 2020) and keeps the matches that do. The same matches
-/// give the same geometry.
+/// give the same geometry. Full panoramas are compared by their rays (see verifyPanoramas()); a
+/// panorama and an ordinary photograph cannot be.
 /// @throws ProjectError, OutOfSpace.
 Outcome verify(const VerifyOptions& options, Project& project, Progress& progress);
 
@@ -54,5 +55,13 @@ Outcome verify(const VerifyOptions& options, Project& project, Progress& progres
 /// there.
 VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Keypoint>& second,
                         const MatchList& matches, const VerifyOptions& options);
+
+/// The geometry of two full panoramas, from the rays that their pixels see along: an essential
+/// matrix or, where the panoramas were taken in one place, a rotation. `options.error` is in pixels
+/// at the equator of the smaller panorama. @throws std::runtime_error as verifyPair(),
+/// std::invalid_argument unless each match has a score.
+VerifiedPair verifyPanoramas(const std::vector<Keypoint>& first, const Camera& firstCamera,
+                             const std::vector<Keypoint>& second, const Camera& secondCamera,
+                             const PairMatches& found, const VerifyOptions& options);
 
 }  // namespace marlo::app

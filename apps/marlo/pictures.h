@@ -64,6 +64,14 @@ constexpr int kCoverageCells = 20;         ///< of the grid that coverage is cou
                                    const std::vector<Keypoint>& keypoints,
                                    int longestSide = kLongestPictureSide);
 
+/// A full panorama with its keypoints, and below it the working image that they were found in: what
+/// belongs to the band and to the two discs is bright and has an outline, what is shown a second
+/// time or nothing at all is dark. No side of the whole picture is longer than `longestSide`.
+/// @throws std::invalid_argument if the photograph is not twice as wide as high.
+[[nodiscard]] cv::Mat drawPanorama(const cv::Mat& photograph,
+                                   const std::vector<Keypoint>& keypoints,
+                                   int longestSide = kLongestPictureSide);
+
 /// coverage() of a photograph, counted in kCoverageCells.
 [[nodiscard]] Coverage photographCoverage(const cv::Mat& photograph,
                                           const std::vector<Keypoint>& keypoints);

@@ -25,7 +25,9 @@ static_assert(std::endian::native == std::endian::little,
 
 constexpr int kFormat = 1;  // of this program's own tables
 constexpr std::int64_t kPairFactor = 2147483647;
-constexpr int kSimpleRadial = 2;  // COLMAP's camera model: focal length, centre, one distortion
+// COLMAP's camera models and their parameters.
+constexpr int kSimpleRadial = 2;      // focal length, centre, one distortion
+constexpr int kEquirectangular = 17;  // width, height; COLMAP 4.1 and later
 constexpr int kLongestBlob = 1'000'000'000;
 constexpr int kMostColumns = 128;  // of rows: SIFT's
 static_assert(kMostKeypoints * kMostColumns * sizeof(float) <= kLongestBlob);
@@ -379,14 +381,18 @@ struct Project::State {
         SQLite::bind(find, camera.width, camera.height, camera.focalLength,
                      static_cast<int>(camera.focalLengthKnown), camera.device);
         if (!camera.device.empty() && find.executeStep()) return find.getColumn(0).getInt64();
-        const double params[4] = {camera.focalLength, camera.width / 2.0, camera.height / 2.0, 0.0};
+        const std::vector<double> params =
+            camera.isPanorama() ? std::vector<double>{static_cast<double>(camera.width),
+                                                      static_cast<double>(camera.height)}
+                                : std::vector<double>{camera.focalLength, camera.width / 2.0,
+                                                      camera.height / 2.0, 0.0};
         SQLite::Statement add(db,
                               "INSERT INTO cameras(model, width, height, params, "
                               "prior_focal_length) VALUES(?, ?, ?, ?, ?)");
-        add.bind(1, kSimpleRadial);
+        add.bind(1, camera.isPanorama() ? kEquirectangular : kSimpleRadial);
         add.bind(2, camera.width);
         add.bind(3, camera.height);
-        add.bind(4, params, sizeof params);
+        add.bind(4, params.data(), static_cast<int>(params.size() * sizeof(double)));
         add.bind(5, static_cast<int>(camera.focalLengthKnown));
         add.exec();
         const std::int64_t id = db.getLastInsertRowid();
@@ -704,7 +710,7 @@ void Project::putGeometry(std::int64_t first, std::int64_t second, const Verifie
         SQLite::Statement put(
             db,
             "INSERT OR REPLACE INTO two_view_geometries(pair_id, rows, cols, data, "
-            "config, F, H) VALUES(?, ?, 2, ?, ?, ?, ?)");
+            "config, F, H, E) VALUES(?, ?, 2, ?, ?, ?, ?, ?)");
         put.bind(1, id);
         put.bind(2, static_cast<int>(geometry.inliers.rows()));
         bindMatches(put, 3, geometry.inliers);
@@ -715,6 +721,7 @@ void Project::putGeometry(std::int64_t first, std::int64_t second, const Verifie
         if (!geometry.homography.isZero()) {
             bindMatrix(put, 6, shiftedHomography(geometry.homography, kColmapPixelCorner));
         }
+        if (!geometry.essential.isZero()) bindMatrix(put, 7, geometry.essential);
         put.exec();
         SQLite::Statement own(db, "UPDATE marlo_pairs SET verify_stamp = ? WHERE pair_id = ?");
         own.bind(1, stamp);
@@ -726,7 +733,7 @@ void Project::putGeometry(std::int64_t first, std::int64_t second, const Verifie
 std::optional<VerifiedPair> Project::geometry(std::int64_t first, std::int64_t second) const {
     return state_->run([&](SQLite::Database& db) -> std::optional<VerifiedPair> {
         SQLite::Statement get(
-            db, "SELECT data, config, F, H FROM two_view_geometries WHERE pair_id = ?");
+            db, "SELECT data, config, F, H, E FROM two_view_geometries WHERE pair_id = ?");
         get.bind(1, pairId(first, second));
         if (!get.executeStep()) return std::nullopt;
         VerifiedPair found;
@@ -734,6 +741,7 @@ std::optional<VerifiedPair> Project::geometry(std::int64_t first, std::int64_t s
         found.config = get.getColumn(1).getInt();
         found.fundamental = shiftedFundamental(matrixOf(get.getColumn(2)), -kColmapPixelCorner);
         found.homography = shiftedHomography(matrixOf(get.getColumn(3)), -kColmapPixelCorner);
+        found.essential = matrixOf(get.getColumn(4));
         return found;
     });
 }

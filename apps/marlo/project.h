@@ -39,10 +39,11 @@ public:
 struct Camera {
     int width = 0;  ///< of the photograph, in pixels
     int height = 0;
-    double focalLength = 0.0;       ///< in pixels
+    double focalLength = 0.0;       ///< in pixels; 0 for a full panorama, which has none
     bool focalLengthKnown = false;  ///< from the photograph's metadata; otherwise a guess
     std::string device;             ///< maker, model, lens, focal length; empty if unknown
 
+    [[nodiscard]] bool isPanorama() const { return focalLength == 0.0; }
     bool operator==(const Camera&) const = default;
 };
 
@@ -89,8 +90,8 @@ struct PairMatches {
 /// So many keypoints can a photograph have: an entry of the database holds 1,000,000,000 bytes.
 constexpr std::size_t kMostKeypoints = 1'900'000;
 
-/// Geometry of a pair. `config` is the reconstruction program's: 1 degenerate, 3 uncalibrated,
-/// 6 planar or panoramic.
+/// Geometry of a pair. `config` is the reconstruction program's: 1 degenerate, 2 calibrated (full
+/// panoramas), 3 uncalibrated, 6 planar or panoramic.
 struct VerifiedPair {
     int config = 1;
     MatchList inliers;
@@ -98,6 +99,8 @@ struct VerifiedPair {
     /// there is none.
     Eigen::Matrix3d fundamental = Eigen::Matrix3d::Zero();
     Eigen::Matrix3d homography = Eigen::Matrix3d::Zero();
+    /// Maps rays of two full panoramas: r2^T E r1 = 0. Zero if there is none.
+    Eigen::Matrix3d essential = Eigen::Matrix3d::Zero();
 };
 
 /// A folder with a database, `database.db`, that is a COLMAP database (version 3.8) with tables of

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 #include "marlo/town.h"
@@ -14,32 +15,39 @@
 namespace marlo::app {
 namespace {
 
+/// How light becomes grey values.
+struct Exposure {
+    float gain;
+    float midtones;  ///< lifts or, if negative, presses down the middle tones, as a gamma would
+    float noise;     ///< standard deviation at full brightness, in grey values
+};
+
 /// Where a picture is taken from, and how.
 struct Station {
     Eigen::Vector3d centre;
     Eigen::Vector3d target;  ///< in the middle of the picture
     double zoom;             ///< factor of the focal length
     bool isTurned;           ///< by 60 degrees about the optical axis
-    float gain;              ///< of the exposure
-    float midtones;  ///< lifts or, if negative, presses down the middle tones, as a gamma would
-    float noise;     ///< standard deviation at full brightness, in grey values
+    Exposure exposure;
 };
 
 const Station kStations[] = {
-    {{-40.1, -44.6, 19.0}, {-1.0, 6.0, 3.5}, 1.0, false, 1.0F, 0.0F, 1.5F},
-    {{-27.0, -46.8, 17.0}, {-1.0, 6.0, 3.5}, 1.0, false, 0.42F, -0.25F, 1.5F},
-    {{-18.5, -57.1, 21.0}, {0.0, 6.0, 3.0}, 1.0, true, 1.0F, 0.0F, 1.5F},
-    {{-6.7, -63.6, 23.0}, {0.0, 6.0, 4.0}, 1.0, false, 1.0F, 0.0F, 1.5F},
-    {{8.2, -77.6, 27.0}, {0.0, 6.0, 5.0}, 1.5, false, 1.0F, 0.0F, 1.5F},
-    {{17.9, -55.2, 20.0}, {0.0, 6.0, 3.5}, 1.0, false, 1.0F, 0.0F, 1.5F},
-    {{26.5, -45.9, 17.0}, {1.0, 6.0, 3.5}, 1.0, false, 2.0F, 0.2F, 1.5F},
-    {{40.1, -44.6, 21.0}, {1.0, 6.0, 3.5}, 1.0, false, 1.0F, 0.0F, 9.0F},
+    {{-40.1, -44.6, 19.0}, {-1.0, 6.0, 3.5}, 1.0, false, {1.0F, 0.0F, 1.5F}},
+    {{-27.0, -46.8, 17.0}, {-1.0, 6.0, 3.5}, 1.0, false, {0.42F, -0.25F, 1.5F}},
+    {{-18.5, -57.1, 21.0}, {0.0, 6.0, 3.0}, 1.0, true, {1.0F, 0.0F, 1.5F}},
+    {{-6.7, -63.6, 23.0}, {0.0, 6.0, 4.0}, 1.0, false, {1.0F, 0.0F, 1.5F}},
+    {{8.2, -77.6, 27.0}, {0.0, 6.0, 5.0}, 1.5, false, {1.0F, 0.0F, 1.5F}},
+    {{17.9, -55.2, 20.0}, {0.0, 6.0, 3.5}, 1.0, false, {1.0F, 0.0F, 1.5F}},
+    {{26.5, -45.9, 17.0}, {1.0, 6.0, 3.5}, 1.0, false, {2.0F, 0.2F, 1.5F}},
+    {{40.1, -44.6, 21.0}, {1.0, 6.0, 3.5}, 1.0, false, {1.0F, 0.0F, 9.0F}},
 };
 
 constexpr int kWidth = 1200;
 constexpr int kHeight = 900;
 constexpr double kFocalLength = 1250.0;  // of these pixels: 51 degrees from left to right
 constexpr double kDepthTolerance = 0.01;
+constexpr int kPanoramaHeight = 1000;
+constexpr double kDistanceTolerance = 0.05;
 constexpr int kBlock = 8;  // pixels: rays of a square of that size share the search for solids
 // On a turned grid, each in its own row and column.
 const Eigen::Vector2d kSamples[] = {
@@ -74,11 +82,11 @@ float noiseAt(int x, int y, std::uint32_t seed) {
 }
 
 /// The grey value that the camera writes.
-unsigned char exposed(float light, const Station& station, float noise) {
+unsigned char exposed(float light, const Exposure& exposure, float noise) {
     // The root is about the transfer curve of a display.
-    const float tone = std::sqrt(std::max(0.0F, station.gain * light));
-    const float curved = tone + station.midtones * tone * (1.0F - std::min(1.0F, tone));
-    const float deviation = station.noise * (0.5F + 0.5F * std::min(1.0F, curved));
+    const float tone = std::sqrt(std::max(0.0F, exposure.gain * light));
+    const float curved = tone + exposure.midtones * tone * (1.0F - std::min(1.0F, tone));
+    const float deviation = exposure.noise * (0.5F + 0.5F * std::min(1.0F, curved));
     const float grey = 255.0F * curved + deviation * noise;
     return static_cast<unsigned char>(std::lround(std::min(255.0F, std::max(0.0F, grey))));
 }
@@ -89,17 +97,37 @@ struct Block {
     std::vector<int> solids;
 };
 
-/// Makes one view. All memory is there before the first ray, so nothing throws in a parallel loop.
+/// The angle between pixels in the middle of an image, in radians.
+double pixelAngle(const PinholeCamera& camera) {
+    return 1.0 / camera.focalLength;
+}
+double pixelAngle(const PanoramaCamera& camera) {
+    return std::numbers::pi / camera.height;
+}
+
+/// How much of the distance along a direction counts as depth.
+double depthOfUnit(const PinholeCamera& camera, const Eigen::Vector3d& direction) {
+    const Eigen::RowVector3d forward = camera.rotation.row(2);
+    return forward.dot(direction);
+}
+double depthOfUnit(const PanoramaCamera& /*camera*/, const Eigen::Vector3d& /*direction*/) {
+    return 1.0;
+}
+
+/// Makes one image. All memory is there before the first ray, so nothing throws in a parallel loop.
+template <typename Camera>
 class Rendering {
 public:
-    Rendering(const Town& town, const Station& station, std::uint32_t seed, DemoView& view)
+    Rendering(const Town& town, const Camera& camera, const Exposure& exposure, std::uint32_t seed)
         : town_(town),
-          station_(station),
+          camera_(camera),
+          exposure_(exposure),
           seed_(seed),
-          view_(view),
-          pixelAngle_(1.0 / view.camera.focalLength),
-          sights_(static_cast<std::size_t>(view.depth.total())) {
-        const cv::Rect all({0, 0}, view.depth.size());
+          pixelAngle_(pixelAngle(camera)),
+          image_(camera.height, camera.width, CV_8UC3),
+          depth_(camera.height, camera.width, CV_32F),
+          sights_(static_cast<std::size_t>(depth_.total())) {
+        const cv::Rect all({0, 0}, depth_.size());
         for (int y = 0; y < all.height; y += kBlock) {
             for (int x = 0; x < all.width; x += kBlock) {
                 const Ray middle = rayThrough({x + 0.5 * kBlock, y + 0.5 * kBlock});
@@ -108,6 +136,9 @@ public:
             }
         }
     }
+
+    [[nodiscard]] const cv::Mat& image() const { return image_; }
+    [[nodiscard]] const cv::Mat& depth() const { return depth_; }
 
     void run() {
         const int count = static_cast<int>(blocks_.size());
@@ -122,25 +153,24 @@ public:
 
 private:
     [[nodiscard]] Ray rayThrough(const Eigen::Vector2d& pixel) const {
-        return {view_.camera.centre, view_.camera.ray(pixel)};
+        return {camera_.centre, camera_.ray(pixel)};
     }
 
     /// What the middle of a pixel shows; of the nearest one, if it lies outside of the image.
     Town::Sight& sight(int x, int y) {
-        const int column = std::clamp(x, 0, view_.depth.cols - 1);
-        const int row = std::clamp(y, 0, view_.depth.rows - 1);
-        return sights_[static_cast<std::size_t>(row) * static_cast<std::size_t>(view_.depth.cols) +
+        const int column = std::clamp(x, 0, depth_.cols - 1);
+        const int row = std::clamp(y, 0, depth_.rows - 1);
+        return sights_[static_cast<std::size_t>(row) * static_cast<std::size_t>(depth_.cols) +
                        static_cast<std::size_t>(column)];
     }
 
     void look(const Block& block) {
-        const Eigen::RowVector3d forward = view_.camera.rotation.row(2);
         for (int y = block.pixels.y; y < block.pixels.br().y; ++y) {
             for (int x = block.pixels.x; x < block.pixels.br().x; ++x) {
                 const Ray ray = rayThrough({x, y});
                 sight(x, y) = town_.look(ray, block.solids);
-                view_.depth.at<float>(y, x) =
-                    static_cast<float>(sight(x, y).distance * forward.dot(ray.direction));
+                depth_.at<float>(y, x) =
+                    static_cast<float>(sight(x, y).distance * depthOfUnit(camera_, ray.direction));
             }
         }
     }
@@ -166,20 +196,22 @@ private:
         for (int y = block.pixels.y; y < block.pixels.br().y; ++y) {
             for (int x = block.pixels.x; x < block.pixels.br().x; ++x) {
                 const Eigen::Array3f light = lightAt(block, x, y);
-                auto& bgr = view_.image.at<cv::Vec3b>(y, x);
+                auto& bgr = image_.at<cv::Vec3b>(y, x);
                 for (int channel = 0; channel < 3; ++channel) {
                     const float noise = noiseAt(x, y, seed_ + static_cast<std::uint32_t>(channel));
-                    bgr[channel] = exposed(light[2 - channel], station_, noise);
+                    bgr[channel] = exposed(light[2 - channel], exposure_, noise);
                 }
             }
         }
     }
 
     const Town& town_;
-    const Station& station_;
+    const Camera& camera_;
+    const Exposure& exposure_;
     std::uint32_t seed_;
-    DemoView& view_;
     double pixelAngle_;
+    cv::Mat image_;
+    cv::Mat depth_;
     std::vector<Block> blocks_;
     std::vector<Town::Sight> sights_;  ///< row by row
 };
@@ -235,6 +267,22 @@ Eigen::Vector3d PinholeCamera::ray(const Eigen::Vector2d& pixel) const {
     return {along(0), along(1), along(2)};
 }
 
+Eigen::Vector2d PanoramaCamera::project(const Eigen::Vector3d& point) const {
+    const Eigen::Vector3d direction = rotation * (point - centre);
+    const double longitude = std::atan2(direction.x(), direction.z());
+    const double latitude = std::atan2(direction.y(), std::hypot(direction.x(), direction.z()));
+    const double x = (longitude / std::numbers::pi + 1.0) * 0.5 * width;
+    return {x < width ? x : 0.0, (latitude / std::numbers::pi + 0.5) * height};
+}
+
+Eigen::Vector3d PanoramaCamera::ray(const Eigen::Vector2d& pixel) const {
+    const double longitude = (2.0 * pixel.x() / width - 1.0) * std::numbers::pi;
+    const double latitude = (pixel.y() / height - 0.5) * std::numbers::pi;
+    const Eigen::Vector3d inCamera(std::sin(longitude) * std::cos(latitude), std::sin(latitude),
+                                   std::cos(longitude) * std::cos(latitude));
+    return rotation.transpose() * inCamera;
+}
+
 std::vector<DemoView> renderDemoViews(double scale) {
     const Town town;
     std::vector<DemoView> views;
@@ -243,10 +291,11 @@ std::vector<DemoView> renderDemoViews(double scale) {
         DemoView view;
         view.name = "view_0" + std::to_string(number) + ".png";
         view.camera = cameraAt(station, scale);
-        view.image.create(view.camera.height, view.camera.width, CV_8UC3);
-        view.depth.create(view.camera.height, view.camera.width, CV_32F);
         const auto seed = static_cast<std::uint32_t>(10 * number);
-        Rendering(town, station, seed, view).run();
+        Rendering<PinholeCamera> rendering(town, view.camera, station.exposure, seed);
+        rendering.run();
+        view.image = rendering.image();
+        view.depth = rendering.depth();
         views.push_back(std::move(view));
     }
     return views;
@@ -266,6 +315,48 @@ std::optional<Eigen::Vector2d> transfer(const DemoView& from, const Eigen::Vecto
     const double ratio = to.camera.depth(point) * inverseDepth(to, *seen);
     if (std::abs(ratio - 1.0) > kDepthTolerance) return std::nullopt;
     return seen;
+}
+
+std::vector<DemoPanorama> renderDemoPanoramas(double scale) {
+    const Town town;
+    const Exposure exposure{1.0F, 0.0F, 1.5F};
+    // Both look north, over the market place; the second has the east below it.
+    Eigen::Matrix3d rotations[2];
+    rotations[0] << 1, 0, 0, 0, 0, -1, 0, 1, 0;
+    rotations[1] << 0, 0, 1, 1, 0, 0, 0, 1, 0;
+    const Eigen::Vector3d centres[2] = {{-2.0, -8.0, 9.0}, {0.0, -6.0, 8.0}};
+    std::vector<DemoPanorama> panoramas(2);
+    for (std::size_t i = 0; i < panoramas.size(); ++i) {
+        DemoPanorama& panorama = panoramas[i];
+        panorama.name = "panorama_" + std::to_string(i + 1) + ".png";
+        panorama.camera.height = static_cast<int>(std::lround(kPanoramaHeight * scale));
+        panorama.camera.width = 2 * panorama.camera.height;
+        panorama.camera.rotation = rotations[i];
+        panorama.camera.centre = centres[i];
+        const auto seed = static_cast<std::uint32_t>(1000 + 10 * i);
+        Rendering<PanoramaCamera> rendering(town, panorama.camera, exposure, seed);
+        rendering.run();
+        panorama.image = rendering.image();
+        panorama.distance = rendering.depth();
+    }
+    return panoramas;
+}
+
+std::optional<Eigen::Vector3d> transfer(const DemoPanorama& from, const Eigen::Vector2d& pixel,
+                                        const DemoPanorama& to) {
+    const auto distanceAt = [](const DemoPanorama& panorama, const Eigen::Vector2d& place) {
+        const auto col = static_cast<int>(std::lround(place.x())) % panorama.camera.width;
+        const auto row = static_cast<int>(std::lround(place.y()));
+        return static_cast<double>(panorama.distance.at<float>(
+            std::clamp(row, 0, panorama.camera.height - 1), std::max(0, col)));
+    };
+    const double distance = distanceAt(from, pixel);
+    if (!std::isfinite(distance)) return std::nullopt;
+    const Eigen::Vector3d point = from.camera.centre + distance * from.camera.ray(pixel);
+    const Eigen::Vector3d direction = point - to.camera.centre;
+    const double ratio = direction.norm() / distanceAt(to, to.camera.project(point));
+    if (!(std::abs(ratio - 1.0) <= kDistanceTolerance)) return std::nullopt;
+    return direction.normalized();
 }
 
 }  // namespace marlo::app

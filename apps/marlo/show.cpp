@@ -97,6 +97,17 @@ void showKeypoints(const Project& project, const std::string& name, const fs::pa
     writePicture(picture, drawKeypoints(photograph.image, photograph.keypoints));
 }
 
+void showPanorama(const Project& project, const std::string& name, const fs::path& picture) {
+    const Photograph photograph = withFeatures(project, name);
+    if (!project.camera(photograph.id).isPanorama()) {
+        throw std::runtime_error(name +
+                                 " was extracted as an ordinary photograph; a full panorama is "
+                                 "extracted with `marlo extract --panorama`.");
+    }
+    const Shown whole = shown(project, photograph, kLongestSide);
+    writePicture(picture, drawPanorama(whole.image, whole.keypoints));
+}
+
 ShownCoverage showCoverage(const Project& project, const std::string& name,
                            const fs::path& picture) {
     const Shown photograph = shown(project, withFeatures(project, name), kLongestSide);
@@ -134,11 +145,15 @@ std::vector<fs::path> showProject(const Project& project, const fs::path& folder
                                   Progress& progress) {
     std::map<std::int64_t, std::string> names;
     std::vector<std::string> photographs;
+    std::vector<std::string> panoramas;
     for (const Photograph& photograph : project.photographs()) {
         names[photograph.id] = photograph.name;
-        if (photograph.status == PhotographStatus::done) photographs.push_back(photograph.name);
+        if (photograph.status != PhotographStatus::done) continue;
+        photographs.push_back(photograph.name);
+        if (project.camera(photograph.id).isPanorama()) panoramas.push_back(photograph.name);
     }
     photographs.resize(std::min(photographs.size(), most));
+    panoramas.resize(std::min(panoramas.size(), most));
     std::vector<Pair> pairs = project.pairs();
     std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) {
         return a.inliers.value_or(0) > b.inliers.value_or(0);
@@ -146,7 +161,8 @@ std::vector<fs::path> showProject(const Project& project, const fs::path& folder
     pairs.resize(std::min(pairs.size(), most));
 
     std::vector<fs::path> files;
-    progress.begin("pictures", "pictures", 2 * photographs.size() + pairs.size());
+    progress.begin("pictures", "pictures",
+                   2 * photographs.size() + panoramas.size() + pairs.size());
     const auto add = [&](const std::string& file, const auto& write) {
         if (interruption() != 0) return;
         const fs::path path = folder / (pictureName(file) + ".jpg");
@@ -169,6 +185,9 @@ std::vector<fs::path> showProject(const Project& project, const fs::path& folder
     for (const std::string& name : photographs) {
         add("keypoints " + name, [&](const fs::path& file) { showKeypoints(project, name, file); });
         add("coverage " + name, [&](const fs::path& file) { showCoverage(project, name, file); });
+    }
+    for (const std::string& name : panoramas) {
+        add("panorama " + name, [&](const fs::path& file) { showPanorama(project, name, file); });
     }
     progress.end();
     return files;

@@ -21,6 +21,9 @@ std::string pictureName(const std::string& what);
 /// photograph cannot be read any more, or if the picture cannot be written.
 void showKeypoints(const Project& project, const std::string& name,
                    const std::filesystem::path& picture);
+/// Draws a photograph that was extracted as a full panorama, and the working image of that.
+void showPanorama(const Project& project, const std::string& name,
+                  const std::filesystem::path& picture);
 /// What showCoverage() has drawn.
 struct ShownCoverage {
     std::size_t keypoints = 0;

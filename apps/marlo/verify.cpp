@@ -1,20 +1,27 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <nlohmann/json.hpp>
+#include <numbers>
+#include <numeric>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 #include <set>
 #include <vector>
 
+#include "libfeatures/base/keypoint_utils.h"
 #include "libfeatures/version.h"
 #include "marlo/interruption.h"
 #include "marlo/match.h"
 #include "marlo/ordered_work.h"
 #include "marlo/pair_order.h"
+#include "marlo/ray_geometry.h"
 #include "marlo/recently_used.h"
+#include "support/cameras/calib_camera.h"
+#include "support/cameras/camera_spherical.h"
 #include "support/system.h"
 
 namespace marlo::app {
@@ -22,6 +29,7 @@ namespace {
 
 // COLMAP's names of two-view geometries.
 constexpr int kDegenerate = 1;
+constexpr int kCalibrated = 2;
 constexpr int kUncalibrated = 3;
 constexpr int kPlanarOrPanoramic = 6;
 
@@ -62,6 +70,48 @@ Model estimated(const Estimate& estimate) {
     }
 }
 
+// Keeps the matches that agree, if they are enough.
+void keepInliers(const std::vector<Eigen::Index>& inliers, const MatchList& matches,
+                 const VerifyOptions& options, int config, VerifiedPair& verified) {
+    const double share = static_cast<double>(inliers.size()) / static_cast<double>(matches.rows());
+    if (inliers.size() < static_cast<std::size_t>(options.leastInliers) ||
+        share < options.leastShare) {
+        verified = VerifiedPair();
+        verified.inliers.resize(0, 2);
+        return;
+    }
+    verified.config = config;
+    verified.inliers.resize(static_cast<Eigen::Index>(inliers.size()), 2);
+    for (std::size_t i = 0; i < inliers.size(); ++i) {
+        verified.inliers.row(static_cast<Eigen::Index>(i)) = matches.row(inliers[i]);
+    }
+}
+
+// Whether a model without parallax explains enough of the matches.
+bool explains(std::size_t inliers, std::size_t epipolarInliers, const VerifyOptions& options) {
+    return inliers >= static_cast<std::size_t>(options.leastInliers) &&
+           static_cast<double>(inliers) >= kPlanarShare * static_cast<double>(epipolarInliers);
+}
+
+void checkIndices(std::size_t first, std::size_t second, const MatchList& matches) {
+    if (matches.col(0).maxCoeff() >= first || matches.col(1).maxCoeff() >= second) {
+        throw std::runtime_error(
+            "there are matches of keypoints that are not there; match again (marlo match --force)");
+    }
+}
+
+Rays raysOf(const std::vector<Keypoint>& keypoints, const MatchList& matches, Eigen::Index column,
+            const Camera& camera) {
+    std::vector<Keypoint> matched;
+    for (Eigen::Index i = 0; i < matches.rows(); ++i) {
+        matched.push_back(keypoints[matches(i, column)]);
+    }
+    Rays rays;
+    keypoint::keypointsToHomPoints(
+        matched, std::make_shared<CalibCamera>(CameraSpherical(camera.width, camera.height)), rays);
+    return rays;
+}
+
 struct Verified {
     VerifiedPair geometry;
     std::string failure;
@@ -94,10 +144,7 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
     VerifiedPair verified;
     verified.inliers.resize(0, 2);
     if (matches.rows() == 0 || matches.rows() < options.leastInliers) return verified;
-    if (matches.col(0).maxCoeff() >= first.size() || matches.col(1).maxCoeff() >= second.size()) {
-        throw std::runtime_error(
-            "there are matches of keypoints that are not there; match again (marlo match --force)");
-    }
+    checkIndices(first.size(), second.size(), matches);
     std::vector<cv::Point2d> from;
     std::vector<cv::Point2d> to;
     for (Eigen::Index i = 0; i < matches.rows(); ++i) {
@@ -114,24 +161,67 @@ VerifiedPair verifyPair(const std::vector<Keypoint>& first, const std::vector<Ke
         return cv::findHomography(from, to, cv::USAC_MAGSAC, options.error, agrees, kMostIterations,
                                   kConfidence);
     });
-    const auto least = static_cast<std::size_t>(options.leastInliers);
-    const bool isPlanar = planar.inliers.size() >= least &&
-                          static_cast<double>(planar.inliers.size()) >=
-                              kPlanarShare * static_cast<double>(epipolar.inliers.size());
+    const bool isPlanar = explains(planar.inliers.size(), epipolar.inliers.size(), options);
     const Model& kept =
         isPlanar && planar.inliers.size() > epipolar.inliers.size() ? planar : epipolar;
-    const double share =
-        static_cast<double>(kept.inliers.size()) / static_cast<double>(matches.rows());
-    if (kept.inliers.size() < least || share < options.leastShare) return verified;
-    verified.config = isPlanar ? kPlanarOrPanoramic : kUncalibrated;
     verified.fundamental = epipolar.matrix;
     verified.homography = planar.matrix;
-    verified.inliers.resize(static_cast<Eigen::Index>(kept.inliers.size()), 2);
-    for (std::size_t i = 0; i < kept.inliers.size(); ++i) {
-        verified.inliers.row(static_cast<Eigen::Index>(i)) = matches.row(kept.inliers[i]);
-    }
+    keepInliers(kept.inliers, matches, options, isPlanar ? kPlanarOrPanoramic : kUncalibrated,
+                verified);
     return verified;
 }
+
+VerifiedPair verifyPanoramas(const std::vector<Keypoint>& first, const Camera& firstCamera,
+                             const std::vector<Keypoint>& second, const Camera& secondCamera,
+                             const PairMatches& found, const VerifyOptions& options) {
+    VerifiedPair verified;
+    verified.inliers.resize(0, 2);
+    const MatchList& matches = found.matches;
+    if (matches.rows() == 0 || matches.rows() < options.leastInliers) return verified;
+    checkIndices(first.size(), second.size(), matches);
+    if (found.scores.size() != static_cast<std::size_t>(matches.rows())) {
+        throw std::invalid_argument("There must be as many scores as matches");
+    }
+    // The best first: samples are drawn from these.
+    std::vector<Eigen::Index> order(static_cast<std::size_t>(matches.rows()));
+    std::iota(order.begin(), order.end(), Eigen::Index{0});
+    std::stable_sort(order.begin(), order.end(), [&](Eigen::Index a, Eigen::Index b) {
+        return found.scores[static_cast<std::size_t>(a)] >
+               found.scores[static_cast<std::size_t>(b)];
+    });
+    const MatchList ordered = matches(order, Eigen::all);
+    const Rays from = raysOf(first, ordered, 0, firstCamera);
+    const Rays to = raysOf(second, ordered, 1, secondCamera);
+    const double angle =
+        options.error * std::numbers::pi / std::min(firstCamera.height, secondCamera.height);
+    const RayModel epipolar = essentialMatrix(from, to, angle);
+    const RayModel turned = rotationBetween(from, to, angle);
+    const bool isTurned = explains(turned.inliers.size(), epipolar.inliers.size(), options);
+    std::vector<Eigen::Index> inliers = isTurned && turned.inliers.size() > epipolar.inliers.size()
+                                            ? turned.inliers
+                                            : epipolar.inliers;
+    for (Eigen::Index& inlier : inliers) inlier = order[static_cast<std::size_t>(inlier)];
+    std::sort(inliers.begin(), inliers.end());
+    verified.essential = epipolar.matrix;
+    keepInliers(inliers, matches, options, isTurned ? kPlanarOrPanoramic : kCalibrated, verified);
+    return verified;
+}
+
+namespace {
+
+VerifiedPair verified(const std::vector<Keypoint>& first, const Camera& firstCamera,
+                      const std::vector<Keypoint>& second, const Camera& secondCamera,
+                      const PairMatches& found, const VerifyOptions& options) {
+    if (firstCamera.isPanorama() != secondCamera.isPanorama()) {
+        throw std::runtime_error(
+            "one is a full panorama and the other is not: such pairs cannot be verified");
+    }
+    return firstCamera.isPanorama()
+               ? verifyPanoramas(first, firstCamera, second, secondCamera, found, options)
+               : verifyPair(first, second, found.matches, options);
+}
+
+}  // namespace
 
 Outcome verify(const VerifyOptions& options, Project& project, Progress& progress) {
     const std::string stamp = nlohmann::json({{"error", options.error},
@@ -171,11 +261,14 @@ Outcome verify(const VerifyOptions& options, Project& project, Progress& progres
             std::unique_lock<std::mutex> lock(inUse);
             const auto first = keypointsOf(wanted[i].first);
             const auto second = keypointsOf(wanted[i].second);
-            const MatchList matches = project.matches(wanted[i].first, wanted[i].second).matches;
+            const PairMatches found = project.matches(wanted[i].first, wanted[i].second);
+            const Camera firstCamera = project.camera(wanted[i].first);
+            const Camera secondCamera = project.camera(wanted[i].second);
             lock.unlock();
             Verified result;
             try {
-                result.geometry = verifyPair(*first, *second, matches, options);
+                result.geometry =
+                    verified(*first, firstCamera, *second, secondCamera, found, options);
             } catch (const std::runtime_error& error) {
                 result.failure = error.what();
             }

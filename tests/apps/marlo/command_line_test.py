@@ -7,6 +7,7 @@ import functools
 import json
 import os
 import pathlib
+import re
 import resource
 import shutil
 import signal
@@ -217,6 +218,44 @@ class CommandLineTest(unittest.TestCase):
             self.assertEqual(result.returncode, 0, result.stderr)
             self.assertEqual(picture.read_bytes()[:4], b"\x89PNG")
 
+    def write_panoramas(self):
+        # As two cameras in one place see it, of which one is turned by a quarter.
+        image = texture(1, 200, 400)
+        write_pgm(self.photographs / "a.pgm", image)
+        write_pgm(self.photographs / "b.pgm", np.roll(image, 100, axis=1))
+
+    def test_panoramas_are_extracted_matched_verified_and_drawn(self):
+        self.write_panoramas()
+        result = self.marlo("run", self.photographs, "-o", self.project, "--panorama")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        cameras = self.rows("SELECT model, width, height, params FROM cameras")
+        self.assertEqual(cameras, [(17, 400, 200, struct.pack("<2d", 400, 200))] * 2)
+        inliers, config, fundamental, essential = self.rows(
+            "SELECT rows, config, F, E FROM two_view_geometries")[0]
+        self.assertGreater(inliers, 50)
+        self.assertEqual((config, fundamental), (6, None))
+        self.assertEqual(len(essential), 72)
+        self.assertTrue((self.project / "pictures" / "panorama a.pgm.jpg").exists())
+        picture = self.folder / "panorama.png"
+        result = self.marlo("show", "panorama", self.project, "a.pgm", "-o", picture)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(picture.read_bytes()[:4], b"\x89PNG")
+        # The working image is wider by a margin of 5 pixels on either side, and 250 high.
+        self.assertEqual(struct.unpack(">II", picture.read_bytes()[16:24]), (410, 200 + 12 + 250))
+
+    def test_panoramas_have_keypoints_across_the_seam(self):
+        image = np.full((200, 400), 0.2)
+        y, x = np.mgrid[0:200, 0:400]
+        across = (x - 202.0) % 400 - 200  # from column 2
+        write_pgm(self.photographs / "0.pgm",
+                  image + 0.7 * np.exp(-(across**2 + (y - 100.0) ** 2) / 32))
+        self.assertEqual(self.extract("--panorama").returncode, 0)
+        points = np.frombuffer(self.rows("SELECT data FROM keypoints")[0][0], "<f4").reshape(-1, 4)
+        large = points[(points[:, 2] > 2.7) & (points[:, 2] < 6)]
+        self.assertGreater(len(large), 0)  # one for each direction
+        # COLMAP's positions count from the image's corner.
+        np.testing.assert_allclose(large[:, :2], np.tile([2.5, 100.5], (len(large), 1)), atol=0.3)
+
     def test_coverage_is_said_in_figures(self):
         self.write_photographs()
         self.extract()
@@ -326,6 +365,17 @@ class CommandLineTest(unittest.TestCase):
         result = self.marlo("demo", "-o", self.folder)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertNotIn("other", (self.folder / "sift" / "summary.md").read_text())
+        # What seeing a panorama as one brings: keypoints, matches, the share that is right, right.
+        lines = {way: [float(number) for number in re.findall(r"\| (\d+(?:\.\d)?)", line)]
+                 for way in ("as ordinary photographs", "with --panorama")
+                 for line in result.stderr.splitlines() if line.startswith(f"| {way} |")}
+        keypoints, matches, share, right = lines["with --panorama"]
+        self.assertGreater(keypoints, 10000)
+        self.assertAlmostEqual(100 * right / matches, share, delta=0.051)
+        self.assertGreater(share, 90)
+        self.assertGreater(right, 1.5 * lines["as ordinary photographs"][3])
+        self.assertTrue((self.folder / "panorama" / "pictures" /
+                         "panorama panorama_1.png.jpg").exists())
 
     def test_one_more_photograph_is_matched_with_all(self):
         self.write_photographs(3)
@@ -357,6 +407,34 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual(self.extract().returncode, 0)
 
     # What goes wrong.
+
+    def test_photographs_of_another_shape_are_no_panoramas(self):
+        self.write_photographs(1)
+        result = self.extract("--panorama")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("failed: 0.pgm: is 280 x 240 pixels and so no full panorama, which is twice "
+                      "as wide as high (--allow-non-spherical takes it as an ordinary photograph)",
+                      result.stderr)
+        self.assertEqual(self.extract("--panorama", "--allow-non-spherical").returncode, 0)
+        allowed = self.rows("SELECT * FROM keypoints")
+        self.assertEqual(self.rows("SELECT model FROM cameras"), [(2,)])
+        self.assertEqual(self.extract("--force").returncode, 0)
+        self.assertEqual(self.rows("SELECT * FROM keypoints"), allowed)
+        result = self.marlo("show", "panorama", self.project, "0.pgm")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("0.pgm was extracted as an ordinary photograph; a full panorama is extracted "
+                      "with `marlo extract --panorama`.", result.stderr)
+
+    def test_a_panorama_and_an_ordinary_photograph_are_not_verified(self):
+        self.write_panoramas()
+        write_pgm(self.photographs / "c.pgm", texture(1, 200, 400)[:, :300])
+        self.marlo("run", self.photographs, "-o", self.project, "--panorama",
+                   "--allow-non-spherical")
+        result = self.marlo("verify", self.project)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("failed: a.pgm and c.pgm: one is a full panorama and the other is not: such "
+                      "pairs cannot be verified", result.stderr)
+        self.assertIn("verify: 0 done, 1 were done already, 2 failed", result.stderr)
 
     def test_another_folder_does_not_take_the_place_of_one_that_is_gone(self):
         self.write_photographs(1)
@@ -465,6 +543,8 @@ class CommandLineTest(unittest.TestCase):
                           ("extract", self.photographs, "-o", "x", "--features", "orb"),
                           ("extract", self.photographs, "-o", "x", "--keypoints", "0"),
                           ("extract", self.photographs, "-o", self.project, "--memory", "lots"),
+                          ("extract", self.photographs, "-o", "x", "--allow-non-spherical"),
+                          ("show", "panorama", "x"), ("show", "panorama", "x", "a", "b"),
                           ("export", "x", "--to", "paper")):
             self.assertEqual(self.marlo(*arguments).returncode, 2, arguments)
 

@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <numbers>
 #include <opencv2/core.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -370,6 +372,225 @@ TEST_F(SmallerExtractTest, ScalesAreThoseInThePhotograph) {
         large += keypoint.scale > 4.0F && keypoint.scale < 9.0F ? 1 : 0;
     }
     EXPECT_GE(large, 6);
+}
+
+// Full panoramas.
+
+class PanoramaExtractTest : public ExtractTest {
+protected:
+    PanoramaExtractTest() {
+        options.panorama = true;
+        options.keypoints = 10'000;
+    }
+
+    static constexpr int kRows = 200;
+    static constexpr int kCols = 400;
+
+    // Of blobs that each are a keypoint of its own: column and row. Two lie across the seam, two
+    // over the poles.
+    const std::vector<Eigen::Vector2d> centres{{2.6, 100.4},   {397.3, 69.7}, {200.0, 0.6},
+                                               {120.0, 199.3}, {250.3, 30.7}, {100.2, 164.3},
+                                               {150.4, 90.3}};
+
+    // In a panorama that is `factor` times as large.
+    static Eigen::Vector2d enlarged(const Eigen::Vector2d& place, int factor) {
+        return (factor * (place.array() + 0.5) - 0.5).matrix();
+    }
+    static Eigen::Vector3d directionOf(const Eigen::Vector2d& place, int factor) {
+        const double longitude = (2.0 * place.x() / (factor * kCols) - 1.0) * std::numbers::pi;
+        const double latitude = (place.y() / (factor * kRows) - 0.5) * std::numbers::pi;
+        return {std::sin(longitude) * std::cos(latitude), std::sin(latitude),
+                std::cos(longitude) * std::cos(latitude)};
+    }
+    // In rows of the smaller panorama.
+    static double apart(const Eigen::Vector3d& a, const Eigen::Vector3d& b) {
+        return std::atan2(a.cross(b).norm(), a.dot(b)) * kRows / std::numbers::pi;
+    }
+
+    // Blobs that are round on the sphere.
+    void writeBlobs(int factor = 1) const {
+        FloatImage image(factor * kRows, factor * kCols);
+        for (int row = 0; row < image.rows(); ++row) {
+            for (int col = 0; col < image.cols(); ++col) {
+                const Eigen::Vector3d here = directionOf(Eigen::Vector2d(col, row), factor);
+                double value = 0.2;
+                for (const Eigen::Vector2d& centre : centres) {
+                    const double distance =
+                        apart(here, directionOf(enlarged(centre, factor), factor)) / 4.0;
+                    if (distance < 6.0) value += 0.7 * std::exp(-0.5 * distance * distance);
+                }
+                image(row, col) = static_cast<float>(value);
+            }
+        }
+        writePng(photograph("a.png"), image);
+    }
+    void writePanorama(const std::string& name, std::uint32_t seed = 1) const {
+        writePng(photograph(name), photographLikeImage(kRows, kCols, seed));
+    }
+
+    // How far the nearest keypoint of its size is from each blob.
+    [[nodiscard]] std::vector<double> misses(int factor = 1) const {
+        std::vector<double> all;
+        const std::vector<Keypoint> keypoints = project.features(1).keypoints;
+        for (const Eigen::Vector2d& centre : centres) {
+            const Eigen::Vector3d expected = directionOf(enlarged(centre, factor), factor);
+            double nearest = 1000.0;
+            for (const Keypoint& keypoint : keypoints) {
+                const float scale = keypoint.scale / static_cast<float>(factor);
+                if (scale < 2.7F || scale > 6.0F) continue;
+                const Eigen::Vector2d place(keypoint.x, keypoint.y);
+                nearest = std::min(nearest, apart(directionOf(place, factor), expected));
+            }
+            all.push_back(nearest);
+        }
+        return all;
+    }
+};
+
+TEST_F(PanoramaExtractTest, KeypointsAreFoundAcrossTheSeamAndOverThePoles) {
+    writeBlobs();
+    EXPECT_EQ(run().done, 1U);
+    for (const double miss : misses()) EXPECT_LT(miss, 0.5);
+    for (const Keypoint& keypoint : project.features(1).keypoints) {
+        EXPECT_GE(keypoint.x, 0.0F);
+        EXPECT_LT(keypoint.x, 400.0F);
+        EXPECT_GE(keypoint.y, 0.0F);
+        EXPECT_LE(keypoint.y, 200.0F);
+    }
+}
+
+TEST_F(PanoramaExtractTest, NothingIsFoundTwice) {
+    // So large that small keypoints beyond the seam are found as before it.
+    writePng(photograph("a.png"), photographLikeImage(400, 800, 1));
+    run();
+    const std::vector<Keypoint> keypoints = project.features(1).keypoints;
+    for (std::size_t i = 0; i < keypoints.size(); ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            const Keypoint& a = keypoints[i];
+            const Keypoint& b = keypoints[j];
+            const float across = std::remainder(a.x - b.x, 800.0F);
+            EXPECT_FALSE(std::hypot(across, a.y - b.y) < 0.1F &&
+                         std::abs(a.angle - b.angle) < 0.02F &&
+                         std::abs(a.scale - b.scale) < 0.1F * a.scale)
+                << a.x << ", " << a.y;
+        }
+    }
+}
+
+TEST_F(PanoramaExtractTest, OrdinaryExtractionDoesNotFindThem) {
+    writeBlobs();
+    options.panorama = false;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_GT(misses()[2], 2.0);
+    EXPECT_GT(misses()[3], 2.0);
+}
+
+TEST_F(PanoramaExtractTest, PositionsAreThoseInThePanoramaAlsoIfItIsMadeSmaller) {
+    writeBlobs(2);
+    options.longestSide = 400;
+    EXPECT_EQ(run().done, 1U);
+    for (const double miss : misses(2)) EXPECT_LT(miss, 0.5);
+    EXPECT_EQ(project.photograph("a.png")->width, 800);
+    EXPECT_EQ(project.photograph("a.png")->height, 400);
+}
+
+TEST_F(PanoramaExtractTest, AsManyKeypointsAsAskedForAreReached) {
+    writePanorama("a.png");
+    for (const int count : {60, 200}) {
+        options.keypoints = count;
+        run();
+        EXPECT_EQ(project.features(1).keypoints.size(), static_cast<std::size_t>(count));
+        EXPECT_EQ(project.features(1).rows.rows, count);
+    }
+}
+
+TEST_F(PanoramaExtractTest, CameraHasNoFocalLength) {
+    writePanorama("a.png");
+    run();
+    EXPECT_EQ(project.camera(1), (Camera{400, 200, 0.0, false, ""}));
+    EXPECT_TRUE(project.camera(1).isPanorama());
+}
+
+TEST_F(PanoramaExtractTest, OtherShapesAreRefused) {
+    writePhotograph("a.png");
+    writePanorama("b.png");
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 1U);
+    EXPECT_EQ(outcome.failed, 1U);
+    EXPECT_EQ(project.photograph("a.png")->status, PhotographStatus::failed);
+    EXPECT_EQ(project.photograph("a.png")->reason,
+              "is 160 x 120 pixels and so no full panorama, which is twice as wide as high "
+              "(--allow-non-spherical takes it as an ordinary photograph)");
+    EXPECT_EQ(project.photograph("b.png")->status, PhotographStatus::done);
+}
+
+TEST_F(PanoramaExtractTest, OtherShapesAreOrdinaryPhotographsIfAllowed) {
+    writePhotograph("a.png");
+    options.allowNonSpherical = true;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(project.camera(1), (Camera{160, 120, 192.0, false, ""}));
+    const std::vector<std::string> allowed = everything();
+    options.panorama = false;
+    options.allowNonSpherical = false;
+    options.force = true;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(everything(), allowed);
+}
+
+TEST_F(PanoramaExtractTest, AllowingOtherShapesChangesNothingForPanoramas) {
+    writePanorama("a.png");
+    run();
+    const std::vector<std::string> expected = everything();
+    options.allowNonSpherical = true;
+    EXPECT_EQ(run().skipped, 1U);
+    options.force = true;
+    run();
+    EXPECT_EQ(everything(), expected);
+    EXPECT_TRUE(project.camera(1).isPanorama());
+}
+
+TEST_F(PanoramaExtractTest, TakingItForSomethingElseIsDoneAgain) {
+    writePanorama("a.png");
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(run().skipped, 1U);
+    options.panorama = false;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_FALSE(project.camera(1).isPanorama());
+    EXPECT_EQ(run().skipped, 1U);
+    options.panorama = true;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_TRUE(project.camera(1).isPanorama());
+}
+
+TEST_F(PanoramaExtractTest, MasksAreInPixelsOfThePanorama) {
+    writePanorama("a.png");
+    // Unwanted are the lower half, and a quarter beside the seam.
+    FloatImage mask = FloatImage::Ones(kRows, kCols);
+    mask.bottomRows(100).setZero();
+    mask.rightCols(100).setZero();
+    writePng(folder / "masks/a.png.png", mask);
+    options.masks = folder / "masks";
+    run();
+    const std::vector<Keypoint> masked = project.features(1).keypoints;
+    int nearThePole = 0;
+    for (const Keypoint& keypoint : masked) {
+        EXPECT_LT(keypoint.y, 99.5F);
+        EXPECT_TRUE(keypoint.x < 299.5F || keypoint.x >= 399.5F) << keypoint.x;
+        nearThePole += keypoint.y < 45.0F ? 1 : 0;
+    }
+    EXPECT_GT(nearThePole, 20);
+    options.masks.reset();
+    run();
+    EXPECT_GT(project.features(1).keypoints.size(), 2 * masked.size());
+}
+
+TEST_F(PanoramaExtractTest, LdahCodesOfPanoramasAreStored) {
+    writePanorama("a.png");
+    options.features = "ldah";
+    options.keypoints = 50;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(project.features(1).rows.rows, 50);
+    EXPECT_EQ(project.features(1).rows.cols, 16);
 }
 
 // What fails, and what is done already.

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "apps/marlo/material.h"
 #include "marlo/picture_strip.h"
 
 namespace marlo::app {
@@ -376,6 +377,134 @@ TEST(DrawCoverageTest, NarrowPhotographsStandInTheMiddleOfAStripThatCanBeRead) {
     EXPECT_NE(at(picture, 300, 10), at(picture, 0, 0));
     EXPECT_NE(at(picture, 339, 10), at(picture, 0, 0));
     EXPECT_EQ(at(picture, 340, 10), at(picture, 0, 0));
+}
+
+// The working image of a panorama of 200 x 100 pixels has 206 x 126, a margin of 3, the discs'
+// centres in columns 35 and 171 of row 91, and keeps a radius of 31.8 of them. It begins in row 112
+// of the picture; the panorama lies in the middle above.
+class DrawPanoramaTest : public testing::Test {
+protected:
+    static constexpr int kLower = 112;
+
+    static cv::Vec3b below(const cv::Mat& picture, int x, int y) {
+        return at(picture, x, kLower + y);
+    }
+
+    const cv::Vec3b dark{45, 45, 45};  // 0.35 of 128
+    const cv::Vec3b black{0, 0, 0};
+};
+
+TEST_F(DrawPanoramaTest, WorkingImageIsBelowThePanorama) {
+    const cv::Mat picture = drawPanorama(photograph(100, 200), {});
+    ASSERT_EQ(picture.size(), cv::Size(206, 100 + 12 + 126));
+    ASSERT_EQ(picture.type(), CV_8UC3);
+    EXPECT_EQ(at(picture, 2, 50), black);
+    EXPECT_EQ(at(picture, 3, 0), kGrey);
+    EXPECT_EQ(at(picture, 202, 99), kGrey);
+    EXPECT_EQ(at(picture, 203, 50), black);
+    EXPECT_EQ(at(picture, 103, 100), black);
+    EXPECT_EQ(at(picture, 103, 111), black);
+    EXPECT_EQ(below(picture, 103, 0), dark);
+}
+
+TEST_F(DrawPanoramaTest, WhatIsKeptIsBright) {
+    const cv::Mat picture = drawPanorama(photograph(100, 200), {});
+    EXPECT_EQ(below(picture, 5, 5), kGrey);
+    EXPECT_EQ(below(picture, 200, 50), kGrey);
+    EXPECT_EQ(below(picture, 35, 91), kGrey);
+    EXPECT_EQ(below(picture, 171, 91), kGrey);
+    EXPECT_EQ(below(picture, 35, 91 - 29), kGrey);
+    EXPECT_EQ(below(picture, 171, 91 + 29), kGrey);
+}
+
+TEST_F(DrawPanoramaTest, WhatIsShownTwiceIsDark) {
+    const cv::Mat picture = drawPanorama(photograph(100, 200), {});
+    EXPECT_EQ(below(picture, 1, 30), dark);    // beyond the seam
+    EXPECT_EQ(below(picture, 205, 30), dark);  // on both sides
+    EXPECT_EQ(below(picture, 103, 54), dark);  // beyond 45 degrees
+    EXPECT_EQ(below(picture, 35 + 34, 91), dark);
+    EXPECT_EQ(below(picture, 171 - 34, 91), dark);
+    EXPECT_EQ(below(picture, 103, 91), black);  // between the discs
+}
+
+TEST_F(DrawPanoramaTest, PartsHaveAnOutline) {
+    const cv::Mat picture = drawPanorama(photograph(100, 200), {});
+    EXPECT_TRUE(isDrawn(picture, 3, kLower + 25));
+    EXPECT_TRUE(isDrawn(picture, 202, kLower + 25));
+    EXPECT_TRUE(isDrawn(picture, 100, kLower + 3));
+    EXPECT_TRUE(isDrawn(picture, 100, kLower + 52));
+    EXPECT_TRUE(isDrawn(picture, 35 - 32, kLower + 91));
+    EXPECT_TRUE(isDrawn(picture, 171 + 32, kLower + 91));
+}
+
+TEST_F(DrawPanoramaTest, PolesAreSeenInTheDiscs) {
+    cv::Mat ours = photograph(100, 200);
+    ours.rowRange(0, 20) = cv::Scalar(10, 120, 230);
+    ours.rowRange(80, 100) = cv::Scalar(240, 130, 20);
+    const cv::Mat picture = drawPanorama(ours, {});
+    EXPECT_EQ(below(picture, 35, 91), cv::Vec3b(10, 120, 230));
+    EXPECT_EQ(below(picture, 171, 91), cv::Vec3b(240, 130, 20));
+    EXPECT_EQ(below(picture, 103, 25), kGrey);
+}
+
+TEST_F(DrawPanoramaTest, KeypointsAreDrawnInThePanorama) {
+    const cv::Mat plain = drawPanorama(photograph(100, 200), {});
+    const cv::Mat picture = drawPanorama(photograph(100, 200), {keypoint(100, 50, 10, 0)});
+    for (const int x : {100, 110, 120}) EXPECT_TRUE(isDrawn(picture, 3 + x, 50)) << x;
+    EXPECT_FALSE(isDrawn(picture, 3 + 90, 50));
+    EXPECT_TRUE(equal(picture.rowRange(100, 238), plain.rowRange(100, 238)));
+}
+
+TEST_F(DrawPanoramaTest, LargePanoramasAreReducedSoThatBothImagesHaveRoom) {
+    for (const int longest : {300, 301, 599, 1000}) {
+        const cv::Mat picture = drawPanorama(photograph(1500, 3000), {}, longest);
+        EXPECT_LE(picture.rows, longest);
+        EXPECT_GE(picture.rows, longest - 8);
+        EXPECT_LT(picture.cols, picture.rows);
+    }
+}
+
+TEST_F(DrawPanoramaTest, KeypointsAreReducedWithThePanorama) {
+    const cv::Mat ours = photograph(1000, 2000);
+    // The one side of the panorama's middle that is drawn on; the picture is a quarter as large.
+    const cv::Mat picture = drawPanorama(ours, {keypoint(999.5F, 499.5F, 100, 0)}, 577);
+    const int middle = picture.cols / 2;
+    const auto panoramaRows = [&] {
+        int row = 0;
+        while (at(picture, picture.cols / 4, row) == kGrey) ++row;
+        return row;
+    }();
+    EXPECT_NEAR(panoramaRows, 250, 2);
+    EXPECT_TRUE(isDrawn(picture, middle + 25, panoramaRows / 2));
+    EXPECT_FALSE(isDrawn(picture, middle - 25, panoramaRows / 2));
+}
+
+TEST_F(DrawPanoramaTest, PanoramasOfAnySizeCanBeDrawn) {
+    for (const int height : {1, 2, 3, 7, 51}) {
+        const cv::Mat picture = drawPanorama(photograph(height, 2 * height), {});
+        EXPECT_GE(picture.cols, 2 * height);
+        EXPECT_GT(picture.rows, 2 * height);
+    }
+    EXPECT_FALSE(drawPanorama(photograph(50, 100), {}, 1).empty());
+}
+
+TEST_F(DrawPanoramaTest, PhotographItselfStaysAsItIs) {
+    const cv::Mat ours = photograph(100, 200);
+    static_cast<void>(drawPanorama(ours, {keypoint(100, 50, 10, 0)}));
+    EXPECT_TRUE(equal(ours, photograph(100, 200)));
+}
+
+TEST_F(DrawPanoramaTest, OtherImagesAreRefused) {
+    for (const int width : {100, 199, 201}) {
+        EXPECT_EQ(test::refusal<std::invalid_argument>(
+                      [&] { static_cast<void>(drawPanorama(photograph(100, width), {})); }),
+                  "a full panorama is twice as wide as high");
+    }
+    for (const cv::Mat& other : {cv::Mat(), cv::Mat(cv::Mat::zeros(100, 200, CV_8UC1))}) {
+        EXPECT_EQ(test::refusal<std::invalid_argument>(
+                      [&] { static_cast<void>(drawPanorama(other, {})); }),
+                  "a picture is made from an 8-bit photograph of three channels");
+    }
 }
 
 TEST(CoverageCaptionTest, SaysHowKeypointsAreSpread) {

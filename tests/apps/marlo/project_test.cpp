@@ -355,6 +355,14 @@ TEST_F(ProjectTest, CamerasOfColmapAreSimpleRadialWithTheCentreInTheMiddle) {
     EXPECT_THAT(blob<double>("SELECT params FROM cameras"), ElementsAre(700.0, 320.5, 240.0, 0.0));
 }
 
+TEST_F(ProjectTest, CamerasOfPanoramasAreEquirectangular) {
+    Project project(path(), Access::write);
+    add(project, "a.jpg", Camera{640, 320, 0.0, false, ""});
+    EXPECT_THAT(found("SELECT model, width, height, prior_focal_length FROM cameras"),
+                ElementsAre("17|640|320|0"));
+    EXPECT_THAT(blob<double>("SELECT params FROM cameras"), ElementsAre(640.0, 320.0));
+}
+
 TEST_F(ProjectTest, GuessedFocalLengthIsNoPrior) {
     Project project(path(), Access::write);
     add(project, "a.jpg", kUnknown);
@@ -392,6 +400,19 @@ TEST_F(ProjectTest, CamerasComeBack) {
     add(project, "b.jpg", kUnknown);
     EXPECT_EQ(project.camera(1), kKnown);
     EXPECT_EQ(project.camera(2), kUnknown);
+}
+
+TEST_F(ProjectTest, CamerasOfPanoramasComeBack) {
+    const Camera panorama{640, 320, 0.0, false, "Maker|Model|50/1"};
+    {
+        Project project(path(), Access::write);
+        add(project, "a.jpg", panorama);
+        add(project, "b.jpg", kKnown);
+    }
+    const Project project(path(), Access::read);
+    EXPECT_EQ(project.camera(1), panorama);
+    EXPECT_TRUE(project.camera(1).isPanorama());
+    EXPECT_FALSE(project.camera(2).isPanorama());
 }
 
 TEST_F(ProjectTest, PhotographsOfOneDeviceShareACamera) {
@@ -688,6 +709,21 @@ TEST_F(GeometryTest, HomographyOfColmapIsForItsPixels) {
     EXPECT_EQ(matrix("H") * firstFromCorner, Eigen::Vector3d(8.5, 11.5, 7));
 }
 
+TEST_F(GeometryTest, EssentialMatrixIsOfRaysAndComesBackAsItIs) {
+    geometry = VerifiedPair{};
+    geometry.config = 2;
+    geometry.inliers = matchList({{1, 0}});
+    geometry.essential << 0, -0.25, 2, 0.125, 0, -1, -3, 4, 0;
+    project.putGeometry(1, 2, geometry, "");
+    EXPECT_EQ(matrix("E"), geometry.essential);
+    EXPECT_THAT(found("SELECT config, F, H FROM two_view_geometries"), ElementsAre("2|NULL|NULL"));
+    const VerifiedPair again = *project.geometry(1, 2);
+    EXPECT_EQ(again.config, 2);
+    EXPECT_EQ(again.essential, geometry.essential);
+    EXPECT_TRUE(again.fundamental.isZero(0.0));
+    EXPECT_TRUE(again.homography.isZero(0.0));
+}
+
 TEST_F(GeometryTest, ColmapHasTheInliersAndTheConfiguration) {
     project.putGeometry(1, 2, geometry, "");
     EXPECT_THAT(found("SELECT pair_id, rows, cols, config, E, qvec, tvec "
@@ -700,13 +736,14 @@ TEST_F(GeometryTest, MatricesThatThereAreNotAreNullAndComeBackAsZero) {
     geometry = VerifiedPair{};
     geometry.inliers = matchList({});
     project.putGeometry(1, 2, geometry, "");
-    EXPECT_THAT(found("SELECT rows, config, F, H, length(data) FROM two_view_geometries"),
-                ElementsAre("0|1|NULL|NULL|0"));
+    EXPECT_THAT(found("SELECT rows, config, F, H, E, length(data) FROM two_view_geometries"),
+                ElementsAre("0|1|NULL|NULL|NULL|0"));
     const VerifiedPair again = *project.geometry(1, 2);
     EXPECT_EQ(again.config, 1);
     EXPECT_EQ(again.inliers.rows(), 0);
     EXPECT_TRUE(again.fundamental.isZero(0.0));
     EXPECT_TRUE(again.homography.isZero(0.0));
+    EXPECT_TRUE(again.essential.isZero(0.0));
 }
 
 // Others at work.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -289,6 +290,192 @@ TEST(DemoViewsTest, AnyNumberOfThreadsGivesTheSameBits) {
     for (const int count : {1, 3}) {
         const test::NumberOfThreads threads(count);
         expectSameBits(renderDemoViews(kSmallScale), smallViews());
+    }
+}
+
+// Panoramas.
+
+const std::vector<DemoPanorama>& panoramas() {
+    static const std::vector<DemoPanorama> rendered = renderDemoPanoramas(0.05);
+    return rendered;
+}
+
+/// Looks along the z axis of the world, of which x points to the right and y down.
+PanoramaCamera handMadePanoramaCamera(const Eigen::Vector3d& centre) {
+    return {400, 200, Eigen::Matrix3d::Identity(), centre};
+}
+
+/// Everything that it sees is at one distance.
+DemoPanorama ballAt(float distance, const Eigen::Vector3d& centre) {
+    return {
+        "", handMadePanoramaCamera(centre), {}, cv::Mat(200, 400, CV_32F, cv::Scalar(distance))};
+}
+
+TEST(PanoramaCameraTest, ProjectsHandComputedPoints) {
+    const PanoramaCamera camera = handMadePanoramaCamera({1.0, 2.0, 3.0});
+    const auto seen = [&](double x, double y, double z) {
+        return camera.project(camera.centre + Eigen::Vector3d(x, y, z));
+    };
+    const auto expectAt = [](const Eigen::Vector2d& pixel, double x, double y) {
+        EXPECT_LT((pixel - Eigen::Vector2d(x, y)).norm(), 1e-6) << pixel.transpose();
+    };
+    expectAt(seen(0, 0, 5), 200, 100);
+    expectAt(seen(5, 0, 0), 300, 100);
+    expectAt(seen(-5, 0, 0), 100, 100);
+    expectAt(seen(3, 0, 3), 250, 100);
+    expectAt(seen(0, 4, 4), 200, 150);
+    expectAt(seen(0, -4, 4), 200, 50);
+    EXPECT_NEAR(seen(0, 7, 0).y(), 200.0, 1e-6);
+    EXPECT_NEAR(seen(0, -7, 0).y(), 0.0, 1e-6);
+}
+
+TEST(PanoramaCameraTest, SeamIsTheFirstColumn) {
+    const PanoramaCamera camera = handMadePanoramaCamera({0.0, 0.0, 0.0});
+    EXPECT_EQ(camera.project({0.0, 0.0, -1.0}).x(), 0.0);
+    EXPECT_EQ(camera.project({-0.0, 0.0, -1.0}).x(), 0.0);
+    EXPECT_LT(camera.project({1e-9, 0.0, -1.0}).x(), 400.0);
+    EXPECT_GT(camera.project({1e-9, 0.0, -1.0}).x(), 399.9);
+}
+
+TEST(PanoramaCameraTest, PointsOnTheRayOfAPixelAreProjectedThere) {
+    for (const DemoPanorama& panorama : panoramas()) {
+        for (const Eigen::Vector2d& pixel :
+             {Eigen::Vector2d(0.0, 25.0), Eigen::Vector2d(99.9, 1.5), Eigen::Vector2d(31.25, 49.0),
+              Eigen::Vector2d(50.0, 25.0), Eigen::Vector2d(71.0, 4.0)}) {
+            const Eigen::Vector3d ray = panorama.camera.ray(pixel);
+            EXPECT_NEAR(ray.norm(), 1.0, 1e-12);
+            EXPECT_LT((panorama.camera.project(panorama.camera.centre + 30.0 * ray) - pixel).norm(),
+                      1e-9)
+                << panorama.name;
+        }
+    }
+}
+
+TEST(PanoramaTransferTest, GivesTheDirectionFromTheOtherCamera) {
+    // Five to the right of the first camera, and five ahead of the second.
+    const auto direction =
+        transfer(ballAt(5.0F, {0.0, 0.0, 0.0}), {300.0, 100.0}, ballAt(5.0F, {5.0, 0.0, -5.0}));
+    ASSERT_TRUE(direction);
+    EXPECT_LT((*direction - Eigen::Vector3d::UnitZ()).norm(), 1e-9);
+}
+
+TEST(PanoramaTransferTest, DirectionIsOfTheWorldHoweverTheOtherCameraIsTurned) {
+    DemoPanorama turned = ballAt(5.0F, {5.0, 0.0, -5.0});
+    turned.camera.rotation << 0, 1, 0, 0, 0, 1, 1, 0, 0;
+    const auto direction = transfer(ballAt(5.0F, {0.0, 0.0, 0.0}), {300.0, 100.0}, turned);
+    ASSERT_TRUE(direction);
+    EXPECT_LT((*direction - Eigen::Vector3d::UnitZ()).norm(), 1e-9);
+}
+
+TEST(PanoramaTransferTest, HiddenPointsGiveNothing) {
+    const DemoPanorama here = ballAt(10.0F, {0.0, 0.0, 0.0});
+    for (const float distance : {9.6F, 10.4F}) {
+        EXPECT_TRUE(transfer(here, {50.0, 70.0}, ballAt(distance, {0.0, 0.0, 0.0}))) << distance;
+    }
+    for (const float distance : {9.4F, 10.6F, 0.0F}) {
+        EXPECT_FALSE(transfer(here, {50.0, 70.0}, ballAt(distance, {0.0, 0.0, 0.0}))) << distance;
+    }
+}
+
+TEST(PanoramaTransferTest, SkyGivesNothing) {
+    const DemoPanorama near = ballAt(10.0F, {0.0, 0.0, 0.0});
+    const DemoPanorama sky = ballAt(kSky, {0.0, 0.0, 0.0});
+    EXPECT_FALSE(transfer(sky, {50.0, 70.0}, near));
+    EXPECT_FALSE(transfer(near, {50.0, 70.0}, sky));
+    EXPECT_FALSE(transfer(sky, {50.0, 70.0}, sky));
+}
+
+TEST(PanoramaTransferTest, ColumnsGoOnAroundTheSeam) {
+    DemoPanorama here = ballAt(10.0F, {0.0, 0.0, 0.0});
+    here.distance.at<float>(100, 0) = 20.0F;
+    EXPECT_TRUE(transfer(here, {399.75, 100.0}, ballAt(20.0F, {0.0, 0.0, 0.0})));
+    EXPECT_TRUE(transfer(here, {399.25, 100.0}, ballAt(10.0F, {0.0, 0.0, 0.0})));
+    // The pole lies below the last row.
+    EXPECT_TRUE(transfer(here, {200.0, 200.0}, ballAt(10.0F, {0.0, 0.0, 0.0})));
+}
+
+TEST(DemoPanoramasTest, AreTwoOfTheAskedSizeFromThreeMetresApart) {
+    ASSERT_EQ(panoramas().size(), 2U);
+    for (std::size_t i = 0; i < 2; ++i) {
+        const DemoPanorama& panorama = panoramas()[i];
+        EXPECT_EQ(panorama.name, "panorama_" + std::to_string(i + 1) + ".png");
+        EXPECT_EQ(panorama.image.size(), cv::Size(100, 50));
+        EXPECT_EQ(panorama.image.type(), CV_8UC3);
+        EXPECT_EQ(panorama.distance.size(), cv::Size(100, 50));
+        EXPECT_EQ(panorama.distance.type(), CV_32F);
+        EXPECT_EQ(panorama.camera.width, 100);
+        EXPECT_EQ(panorama.camera.height, 50);
+        const Eigen::Matrix3d& rotation = panorama.camera.rotation;
+        EXPECT_TRUE((rotation * rotation.transpose()).isIdentity(1e-12));
+        EXPECT_GT(rotation.determinant(), 0.0);
+    }
+    EXPECT_EQ((panoramas()[0].camera.centre - panoramas()[1].camera.centre).norm(), 3.0);
+}
+
+TEST(DemoPanoramasTest, TheFirstIsUprightAndTheSecondOnItsSide) {
+    const Eigen::Vector3d up = Eigen::Vector3d::UnitZ();
+    EXPECT_EQ(panoramas()[0].camera.rotation * up, -Eigen::Vector3d::UnitY());
+    EXPECT_EQ(panoramas()[1].camera.rotation * up, Eigen::Vector3d::UnitX());
+}
+
+TEST(DemoPanoramasTest, SkyIsInfinitelyFar) {
+    EXPECT_EQ(panoramas()[0].distance.at<float>(0, 0), kSky);
+    EXPECT_EQ(panoramas()[0].distance.at<float>(0, 50), kSky);
+    EXPECT_EQ(panoramas()[1].distance.at<float>(25, 75), kSky);
+}
+
+TEST(DemoPanoramasTest, DistanceOfTheGroundIsExact) {
+    // The cameras are 9 and 8 metres above the market place. The last row of the first looks down
+    // by all but a fiftieth of 180 degrees; the column of the second a quarter to the left,
+    // straight.
+    EXPECT_NEAR(panoramas()[0].distance.at<float>(49, 10), 9.0 / std::cos(std::acos(-1.0) / 50.0),
+                1e-5);
+    EXPECT_NEAR(panoramas()[1].distance.at<float>(25, 25), 8.0, 1e-5);
+}
+
+TEST(DemoPanoramasTest, SamePlacesHaveTheSameColours) {
+    const auto colourOf = [](const DemoPanorama& panorama, const Eigen::Vector2d& place) {
+        const int col = static_cast<int>(std::lround(place.x())) % panorama.camera.width;
+        const int row =
+            std::min(static_cast<int>(std::lround(place.y())), panorama.camera.height - 1);
+        const cv::Vec3b colour = panorama.image.at<cv::Vec3b>(row, col);
+        return Eigen::Vector3d(colour[0], colour[1], colour[2]);
+    };
+    for (const std::size_t i : {0U, 1U}) {
+        const DemoPanorama& here = panoramas()[i];
+        const DemoPanorama& there = panoramas()[1 - i];
+        double same = 0.0;
+        double other = 0.0;
+        int count = 0;
+        for (int y = 0; y < here.image.rows; ++y) {
+            for (int x = 0; x < here.image.cols; ++x) {
+                const auto direction = transfer(here, Eigen::Vector2d(x, y), there);
+                if (!direction) continue;
+                ++count;
+                const Eigen::Vector3d colour = colourOf(here, Eigen::Vector2d(x, y));
+                const auto difference = [&](const Eigen::Vector3d& where) {
+                    const Eigen::Vector2d seen = there.camera.project(there.camera.centre + where);
+                    return (colourOf(there, seen) - colour).norm();
+                };
+                same += difference(*direction);
+                other += difference({-direction->x(), -direction->y(), direction->z()});
+            }
+        }
+        EXPECT_GT(count, 1000) << here.name;
+        EXPECT_LT(same / count, 0.6 * other / count) << here.name;
+        EXPECT_LT(same / count, 35.0) << here.name;
+    }
+}
+
+TEST(DemoPanoramasTest, EveryRunAndAnyNumberOfThreadsGivesTheSameBits) {
+    for (const int count : {1, 3}) {
+        const test::NumberOfThreads threads(count);
+        const std::vector<DemoPanorama> again = renderDemoPanoramas(0.05);
+        ASSERT_EQ(again.size(), 2U);
+        for (std::size_t i = 0; i < 2; ++i) {
+            EXPECT_TRUE(sameBits(again[i].image, panoramas()[i].image)) << count;
+            EXPECT_TRUE(sameBits(again[i].distance, panoramas()[i].distance)) << count;
+        }
     }
 }
 

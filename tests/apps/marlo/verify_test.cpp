@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <numbers>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,6 +26,7 @@ using test::refusal;
 using test::ScratchFolder;
 
 constexpr int kDegenerate = 1;
+constexpr int kCalibrated = 2;
 constexpr int kUncalibrated = 3;
 constexpr int kPlanarOrPanoramic = 6;
 
@@ -321,14 +325,244 @@ TEST(VerifyPairTest, SameMatchesGiveTheSameGeometry) {
     }
 }
 
+// Two full panoramas with their true geometry. Match i is of keypoint i and keypoint i + 1.
+class TwoPanoramas {
+public:
+    explicit TwoPanoramas(const Eigen::Vector3d& centre = {1.0, 0.2, -0.4}) : centre_(centre) {
+        turn_ = Eigen::AngleAxisd(1.3, Eigen::Vector3d(0.3, -1, 0.5).normalized());
+    }
+
+    // Matches of points all around, 3 to 12 away.
+    void addPoints(int count) {
+        for (int i = 0; i < count; ++i) {
+            const Eigen::Vector3d point = anyDirection() * random_.uniform(3, 12);
+            add(point, turn_ * (point - centre_), 1.0F);
+        }
+    }
+    // Matches of different points.
+    void addWrong(int count) {
+        for (int i = 0; i < count; ++i) add(anyDirection(), anyDirection(), 0.5F);
+    }
+    // Matches whose second ray is far from the plane of the first.
+    void addOffThePlane(int count) {
+        const Eigen::Matrix3d essential = trueEssential();
+        for (int i = 0; i < count;) {
+            const Eigen::Vector3d a = anyDirection();
+            const Eigen::Vector3d b = anyDirection();
+            if (std::abs(b.dot(essential * a)) < 0.2) continue;
+            add(a, b, 0.5F);
+            ++i;
+        }
+    }
+
+    [[nodiscard]] Eigen::Matrix3d trueEssential() const {
+        const Eigen::Vector3d t = -(turn_ * centre_).normalized();
+        Eigen::Matrix3d cross;
+        cross << 0, -t.z(), t.y(), t.z(), 0, -t.x(), -t.y(), t.x(), 0;
+        return cross * turn_;
+    }
+    [[nodiscard]] PairMatches matches() const { return {matchList(pairs), scores}; }
+    [[nodiscard]] VerifiedPair verified(const VerifyOptions& options = {}) const {
+        return verifyPanoramas(first, firstCamera, second, secondCamera, matches(), options);
+    }
+
+    Camera firstCamera{1000, 500, 0.0, false, ""};
+    Camera secondCamera{400, 200, 0.0, false, ""};
+    std::vector<Keypoint> first;
+    std::vector<Keypoint> second{Keypoint(7.0F, 9.0F)};
+    std::vector<std::array<std::uint32_t, 2>> pairs;
+    std::vector<float> scores;
+
+private:
+    Eigen::Vector3d anyDirection() {
+        for (;;) {
+            const Eigen::Vector3d inCube(random_.uniform(-1, 1), random_.uniform(-1, 1),
+                                         random_.uniform(-1, 1));
+            if (inCube.norm() > 0.1 && inCube.norm() < 1.0) return inCube.normalized();
+        }
+    }
+    void add(const Eigen::Vector3d& a, const Eigen::Vector3d& b, float score) {
+        const auto index = static_cast<std::uint32_t>(first.size());
+        pairs.push_back({index, index + 1});
+        scores.push_back(score);
+        first.push_back(seen(a, firstCamera));
+        second.push_back(seen(b, secondCamera));
+    }
+    // Longitude from left to right, latitude from top to bottom; straight ahead is in the middle.
+    static Keypoint seen(const Eigen::Vector3d& direction, const Camera& camera) {
+        constexpr double kPi = std::numbers::pi;
+        const double longitude = std::atan2(direction.x(), direction.z());
+        const double latitude = std::asin(direction.y() / direction.norm());
+        return {static_cast<float>((longitude / kPi + 1.0) / 2.0 * camera.width),
+                static_cast<float>((latitude / kPi + 0.5) * camera.height)};
+    }
+
+    Eigen::Matrix3d turn_;
+    Eigen::Vector3d centre_;
+    Random random_{11};
+};
+
+std::vector<std::array<std::uint32_t, 2>> firstOnes(const TwoPanoramas& views, std::size_t count) {
+    return {views.pairs.begin(), views.pairs.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+TEST(VerifyPanoramasTest, RightMatchesAreKeptAndWrongOnesAreNot) {
+    TwoPanoramas views;
+    views.addPoints(120);
+    views.addOffThePlane(60);
+    const VerifiedPair verified = views.verified();
+    EXPECT_EQ(verified.config, kCalibrated);
+    EXPECT_EQ(pairsOf(verified.inliers), firstOnes(views, 120));
+    EXPECT_TRUE(verified.fundamental.isZero(0.0));
+    EXPECT_TRUE(verified.homography.isZero(0.0));
+    const Eigen::Matrix3d expected = views.trueEssential();
+    EXPECT_LT(
+        std::min((verified.essential - expected).norm(), (verified.essential + expected).norm()),
+        1e-5);
+}
+
+TEST(VerifyPanoramasTest, InliersKeepTheOrderOfTheMatchesWhateverTheirScores) {
+    TwoPanoramas views;
+    std::vector<std::array<std::uint32_t, 2>> expected;
+    for (int i = 0; i < 40; ++i) {
+        views.addPoints(2);
+        views.addOffThePlane(1);
+        views.scores[views.scores.size() - 2] = 1.0F + static_cast<float>(i * 7 % 40);
+        expected.push_back(views.pairs[views.pairs.size() - 3]);
+        expected.push_back(views.pairs[views.pairs.size() - 2]);
+    }
+    EXPECT_EQ(pairsOf(views.verified().inliers), expected);
+}
+
+TEST(VerifyPanoramasTest, BestMatchesAreTriedFirst) {
+    // Blind samples of eight would have to be drawn millions of times.
+    TwoPanoramas views;
+    views.addOffThePlane(85);
+    views.addPoints(30);
+    views.addOffThePlane(85);
+    const VerifiedPair verified = views.verified();
+    EXPECT_EQ(verified.config, kCalibrated);
+    EXPECT_EQ(verified.inliers.rows(), 30);
+}
+
+TEST(VerifyPanoramasTest, PanoramasFromOnePlaceAreTold) {
+    TwoPanoramas views({0.0, 0.0, 0.0});
+    views.addPoints(120);
+    views.addWrong(60);
+    const VerifiedPair verified = views.verified();
+    EXPECT_EQ(verified.config, kPlanarOrPanoramic);
+    const auto kept = pairsOf(verified.inliers);
+    EXPECT_GE(kept.size(), 120U);
+    // A rotation leaves the planes of the essential matrix free to meet a few wrong matches.
+    EXPECT_LE(kept.size(), 128U);
+    const auto right = firstOnes(views, 120);
+    EXPECT_TRUE(std::includes(kept.begin(), kept.end(), right.begin(), right.end()));
+}
+
+TEST(VerifyPanoramasTest, RotationNeedsFewerMatchesThanAnEssentialMatrix) {
+    TwoPanoramas views({0.0, 0.0, 0.0});
+    views.addPoints(7);
+    VerifyOptions options;
+    options.leastInliers = 7;
+    const VerifiedPair verified = views.verified(options);
+    EXPECT_EQ(verified.config, kPlanarOrPanoramic);
+    EXPECT_EQ(verified.inliers.rows(), 7);
+    EXPECT_TRUE(verified.essential.isZero(0.0));
+}
+
+TEST(VerifyPanoramasTest, ErrorIsInPixelsOfTheSmallerPanorama) {
+    TwoPanoramas views({0.0, 0.0, 0.0});
+    views.addPoints(120);
+    for (std::size_t i = 90; i < 120; ++i) {
+        Keypoint& keypoint = views.second[i + 1];
+        const float latitude = std::numbers::pi_v<float> * (keypoint.y / 200.0F - 0.5F);
+        if (i % 2 == 0) {
+            keypoint.y += latitude < 0.0F ? 2.5F : -2.5F;
+        } else {
+            keypoint.x += 2.5F / std::cos(latitude);
+        }
+    }
+    const auto agreeing = [&](double error) {
+        VerifyOptions options;
+        options.error = error;
+        return views.verified(options).inliers.rows();
+    };
+    EXPECT_EQ(agreeing(3.0), 120);
+    EXPECT_LT(agreeing(1.0), 115);
+    std::swap(views.first, views.second);
+    std::swap(views.firstCamera, views.secondCamera);
+    for (auto& [first, second] : views.pairs) std::swap(first, second);
+    EXPECT_EQ(agreeing(3.0), 120);
+    EXPECT_LT(agreeing(1.0), 115);
+}
+
+void expectNothingOfPanoramas(const VerifiedPair& verified) {
+    expectNothing(verified);
+    EXPECT_TRUE(verified.essential.isZero(0.0));
+}
+
+TEST(VerifyPanoramasTest, MatchesThatDoNotAgreeAreNone) {
+    TwoPanoramas views;
+    views.addWrong(200);
+    expectNothingOfPanoramas(views.verified());
+}
+
+TEST(VerifyPanoramasTest, FewerMatchesThanTheLeastAreNone) {
+    TwoPanoramas views;
+    expectNothingOfPanoramas(views.verified());
+    views.addPoints(14);
+    expectNothingOfPanoramas(views.verified());
+    views.addPoints(1);
+    EXPECT_EQ(views.verified().inliers.rows(), 15);
+}
+
+TEST(VerifyPanoramasTest, InliersThatAreTooFewOrATooSmallShareAreNone) {
+    TwoPanoramas views;
+    views.addPoints(60);
+    views.addOffThePlane(40);
+    VerifyOptions options;
+    options.leastShare = 0.6;
+    options.leastInliers = 60;
+    EXPECT_EQ(views.verified(options).inliers.rows(), 60);
+    options.leastShare = 0.61;
+    expectNothingOfPanoramas(views.verified(options));
+    options.leastShare = 0.6;
+    options.leastInliers = 61;
+    expectNothingOfPanoramas(views.verified(options));
+}
+
+TEST(VerifyPanoramasTest, MatchesOfKeypointsThatAreNotThereAreReported) {
+    TwoPanoramas views;
+    views.addPoints(20);
+    views.pairs[7][1] = 21;
+    EXPECT_EQ(refusal<std::runtime_error>([&] { static_cast<void>(views.verified()); }),
+              "there are matches of keypoints that are not there; match again (marlo match "
+              "--force)");
+    views.pairs[7] = {20, 0};
+    EXPECT_EQ(refusal<std::runtime_error>([&] { static_cast<void>(views.verified()); }),
+              "there are matches of keypoints that are not there; match again (marlo match "
+              "--force)");
+}
+
+TEST(VerifyPanoramasTest, SameMatchesGiveTheSameGeometry) {
+    TwoPanoramas views;
+    views.addPoints(70);
+    views.addWrong(60);
+    const VerifiedPair once = views.verified();
+    const VerifiedPair again = views.verified();
+    EXPECT_EQ(again.config, once.config);
+    EXPECT_EQ(again.inliers, once.inliers);
+    EXPECT_EQ(again.essential, once.essential);
+}
+
 class VerifyTest : public testing::Test {
 protected:
-    void add(Project& to, const std::string& name, const std::vector<Keypoint>& keypoints) {
+    void add(Project& to, const std::string& name, const std::vector<Keypoint>& keypoints,
+             const Camera& camera = {1000, 800, 900.0, false, ""}) {
         Features features;
         features.keypoints = keypoints;
         allocateDescriptors(features.rows, static_cast<int>(keypoints.size()), false);
-        to.putFeatures(to.addPhotographs({name}).front(), Camera{1000, 800, 900.0, false, ""},
-                       features, DescMat());
+        to.putFeatures(to.addPhotographs({name}).front(), camera, features, DescMat());
     }
 
     // Photographs 1 and 2 of a scene, and 3 that matches neither.
@@ -424,6 +658,36 @@ TEST_F(VerifyTest, NumberOfThreadsChangesNothing) {
     EXPECT_EQ(four.inliers, one.inliers);
     EXPECT_EQ(four.fundamental, one.fundamental);
     EXPECT_EQ(four.homography, one.homography);
+}
+
+TEST_F(VerifyTest, PanoramasAreComparedByTheirRays) {
+    TwoPanoramas panoramas;
+    panoramas.addPoints(80);
+    panoramas.addOffThePlane(30);
+    add(project, "a.jpg", panoramas.first, panoramas.firstCamera);
+    add(project, "b.jpg", panoramas.second, panoramas.secondCamera);
+    project.putMatches(1, 2, panoramas.matches(), "m");
+    EXPECT_EQ(run(project).done, 1U);
+    const VerifiedPair expected = panoramas.verified();
+    const VerifiedPair stored = *project.geometry(1, 2);
+    EXPECT_EQ(stored.config, kCalibrated);
+    EXPECT_EQ(stored.inliers, expected.inliers);
+    EXPECT_EQ(stored.inliers.rows(), 80);
+    EXPECT_EQ(stored.essential, expected.essential);
+    EXPECT_EQ(project.pairs()[0].inliers, 80);
+}
+
+TEST_F(VerifyTest, APanoramaAndAnOrdinaryPhotographCannotBeCompared) {
+    addAll(project);
+    add(project, "w.jpg", views.second, Camera{1000, 500, 0.0, false, ""});
+    project.putMatches(1, 4, {views.matches(), std::vector<float>(140, 1.0F)}, "m");
+    const Outcome outcome = run(project);
+    EXPECT_EQ(outcome.done, 3U);
+    EXPECT_EQ(outcome.failed, 1U);
+    EXPECT_FALSE(project.geometry(1, 4));
+    EXPECT_THAT(said.str(),
+                testing::HasSubstr("failed: z.jpg and w.jpg: one is a full panorama and the other "
+                                   "is not: such pairs cannot be verified\n"));
 }
 
 TEST_F(VerifyTest, DamagedMatchesAreReported) {

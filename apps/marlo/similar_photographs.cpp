@@ -59,7 +59,7 @@ std::set<PairOfIds> pairsOfSimilar(const Project& project,
     std::vector<Described> all;
     progress.begin("compare", "photographs", photographs.size());
     for (const Photograph& photograph : photographs) {
-        if (interruption() != 0) return {};
+        if (interruption() != 0) break;
         const Features features = project.features(photograph.id);
         if (!features.rows.empty()) {
             all.push_back({photograph.id, kindOfRows(photograph), scaledHistogram(features.rows)});
@@ -70,6 +70,7 @@ std::set<PairOfIds> pairsOfSimilar(const Project& project,
 
     std::set<PairOfIds> pairs;
     for (const Described& one : all) {
+        if (interruption() != 0) return {};
         for (const std::int64_t other : mostSimilar(one, all, most)) {
             pairs.insert({std::min(one.id, other), std::max(one.id, other)});
         }

@@ -62,7 +62,8 @@ public:
     /// above) are read, and nothing is changed. A bit is 1 where the first box of its pair is
     /// brighter than the second. The box at column c and row r is the mean, rounded down, of
     /// columns c - 3 to c + 4 and rows r - 3 to r + 4; c and r are dx + x and dy + y, added in
-    /// single precision and rounded down. So a uniform image gives zeros.
+    /// single precision and rounded down, and not cut to 16 bits: images may be of any size. So a
+    /// uniform image gives zeros.
     ///
     /// Boxes of keypoints within 28 pixels of a border may reach beyond it, where the image goes on
     /// with the pixels at its border. That holds for keypoints anywhere, outside the image as well;

@@ -19,11 +19,13 @@ namespace marlo {
 /// (fillRandomLdah(), fillRandomSift()), so that histograms made anywhere can be compared.
 ///
 /// distance() compares counts, so give it images with about as many descriptors: ask a selector for
-/// the same number of keypoints, or scale the counts. docs/similarity.md has figures.
+/// the same number of keypoints. Scaling the counts helps little; docs/similarity.md has figures.
 ///
 /// The words of each type are made when the first histogram of the type is, once in a process, and
-/// are never freed. Histograms may be constructed and used on several threads at once; a single one
-/// is used by one thread at a time. Everything runs on the calling thread.
+/// are never freed; those of LDAH rows of more than 16 bytes when the first such rows are
+/// classified, which takes some tenths of a second. Histograms may be constructed and used on
+/// several threads at once; a single one is used by one thread at a time. Everything runs on the
+/// calling thread.
 class FEATURES_EXPORT FeatureHistogram {
 public:
     /// A histogram of nothing. `type` says which words and which distance classify() uses: those of
@@ -46,8 +48,8 @@ public:
     ///
     /// `descriptors` may be a view, with rows at any address.
     /// @throws std::invalid_argument if the histogram is one of SIFT rows and there are rows of
-    ///         anything but 128 floats, std::bad_alloc if there is not enough memory. The counts
-    ///         are unchanged in both cases.
+    ///         anything but 128 floats, std::bad_alloc if there is not enough memory,
+    ///         std::system_error as the constructor. The counts are unchanged in each case.
     void classify(const DescMat& descriptors);
 
     /// classify() for rows of N 64-bit words, whatever the type of the histogram, with the kernels
@@ -66,7 +68,8 @@ public:
     [[nodiscard]] long distance(const FeatureHistogram& other) const;
 
     /// Appends the counts: 1024 unsigned 32-bit integers in the machine's byte order, 4096 bytes,
-    /// and nothing else.
+    /// and nothing else. Those of LDAH rows can be compared as long as ldahTablesIdentifier() says
+    /// the same.
     /// @throws std::invalid_argument unless there are 1024 bins, std::bad_alloc if there is not
     ///         enough memory.
     void writeBin(BinWriter& writer) const;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "libfeatures/histogram/random_descriptors.h"
 
+#include <omp.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -8,6 +10,7 @@
 
 #include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/histogram/detail/random_patch.h"
+#include "support/thread_count_guard.h"
 
 namespace marlo {
 
@@ -28,6 +31,8 @@ void fillRandomSift(DescMat& descriptors, int rows) {
 void fillRandomLdah(DescMat& descriptors, int rows) {
     DescMat words;
     fillRandomSift(words, rows);
+    const ThreadCountGuard keep;
+    omp_set_num_threads(1);  // histograms stay on their caller's thread
     ldahRowsFromSift(words, words);
     descriptors = std::move(words);
 }

@@ -10,8 +10,8 @@ namespace marlo {
 /// random, always the same: row i has the same bits on every processor, in every process and
 /// however many rows there are. They are what FeatureHistogram compares SIFT rows with.
 ///
-/// Rows have unit length and elements from 0 to about 0.2, as a descriptor's; docs/similarity.md
-/// says how they are drawn, and how closely they follow real ones.
+/// It runs on the calling thread. Rows have unit length and elements from 0 to about 0.2, as a
+/// descriptor's; docs/similarity.md says how they are drawn, and how closely they follow real ones.
 /// @throws std::length_error if `rows` is negative, std::bad_alloc if there is not enough memory.
 ///         `descriptors` is unchanged in both cases.
 FEATURES_EXPORT void fillRandomSift(DescMat& descriptors, int rows);

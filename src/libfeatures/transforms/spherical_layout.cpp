@@ -12,12 +12,8 @@ namespace marlo {
 namespace {
 
 constexpr double kMarginOfBand = 0.1;  // of half the height, half of it on each side
+constexpr int kMostRows = 1 << 29;     // twice that and a margin can be counted
 constexpr double kDiscScale = 1.1;     // of the cylinder's radius
-
-// Half away from zero.
-int rounded(double value) {
-    return static_cast<int>(std::round(value));
-}
 
 }  // namespace
 
@@ -27,7 +23,12 @@ SphericalLayout::SphericalLayout(int panoramaWidth, int panoramaHeight)
         throw std::invalid_argument("A full panorama is twice as wide as high, not " +
                                     std::to_string(width) + " x " + std::to_string(height));
     }
+    if (height > kMostRows) {
+        throw std::length_error("A panorama of " + std::to_string(width) + " x " +
+                                std::to_string(height) + " pixels is too large");
+    }
     const detail::PanoramaSphere sphere(width, height);
+    using detail::rounded;
     margin = rounded(kMarginOfBand * sphere.halfHeight() * 0.5);
     cols = 2 * margin + width;
     bandRows = rounded(sphere.halfHeight()) + 2 * margin;
@@ -43,7 +44,8 @@ SphericalLayout::SphericalLayout(int panoramaWidth, int panoramaHeight)
 Eigen::Vector2d SphericalLayout::inPanorama(double x, double y) const {
     const auto wrapped = [this](double column) {
         const double remainder = std::fmod(column, static_cast<double>(width));
-        return remainder < 0.0 ? remainder + width : remainder;
+        const double positive = remainder < 0.0 ? remainder + width : remainder;
+        return positive < width ? positive : positive - width;  // the sum may have been rounded up
     };
     if (y < bandRows - 0.5) {
         return {wrapped(x - margin), std::clamp<double>(y + firstPanoramaRow, 0.0, height)};

@@ -10,7 +10,9 @@ namespace marlo {
 /// Where everything lies in the working image that SphericalTransform makes of a full panorama.
 /// All in pixels.
 struct FEATURES_EXPORT SphericalLayout {
-    /// @throws std::invalid_argument unless `width` is twice `height` and they are not negative.
+    /// @throws std::invalid_argument unless `width` is twice `height` and they are not negative,
+    ///         std::length_error for sizes that are too large for the working image's to be
+    ///         counted.
     SphericalLayout(int width, int height);
 
     int width;  ///< of the panorama
@@ -29,12 +31,12 @@ struct FEATURES_EXPORT SphericalLayout {
     double keptRadius;   ///< of the part of a disc that lies 45 degrees or more from the equator
 
     /// The place in the panorama that the working image shows at `x`, `y`, without the rounding to
-    /// pixels: x in [0, width), y in [0, height]. Rows above `bandRows` - 1/2 belong to the band,
-    /// others to the nearer disc.
+    /// pixels: x in [0, width), y in [0, height]; NaN for a panorama without pixels. Rows above
+    /// `bandRows` - 1/2 belong to the band, others to the nearer disc.
     ///
     /// SphericalTransform::transformKeypointsBack() takes the margin and the centres of the discs
-    /// without their rounding to pixels, so its positions are off by up to 0.7 pixels, by the same
-    /// in all of the band or of a disc; these are not.
+    /// without their rounding to pixels, so its positions are off by up to 1.1 pixels
+    /// in the band and 2.1 in a disc, by the same in all of it; these are not.
     [[nodiscard]] Eigen::Vector2d inPanorama(double x, double y) const;
 };
 

@@ -44,7 +44,7 @@ public:
     /// lists may be the same object; then `output`, the last to be set, is what remains.
     ///
     /// Where the working image rounds margin and centres to pixels, these positions do not: they
-    /// are off by up to 0.7 pixels, which SphericalLayout::inPanorama() avoids.
+    /// are off by up to 2.1 pixels, which SphericalLayout::inPanorama() avoids.
     ///
     /// Drops those that belong elsewhere: beyond the seam or close to the band's edges, in the
     /// outer tenth of a disc, and those of a disc that lie within 45 degrees of the equator.

@@ -116,9 +116,13 @@ double CameraFisheye::angleAt(double d) const {
         const double miss = distorted(p, theta) - d;
         (miss < 0.0 ? low : high) = theta;
         double next = theta - miss / slopeAt(p, theta);
-        if (!(next >= low && next <= high)) next = low + 0.5 * (high - low);
+        // Newton's method takes a few steps, unless the lens is absurd; halving always ends.
+        const bool isSlow = i >= 10 && i % 2 == 0;
+        const bool isHalved = isSlow || !(next >= low && next <= high);
+        if (isHalved) next = low + 0.5 * (high - low);
         // What is missing after a step is about its square, so it need not be looked at.
-        const bool isThere = std::fabs(next - theta) <= kLastStep;
+        const bool isThere =
+            !isHalved && std::fabs(next - theta) <= kLastStep * std::min(1.0, next);
         theta = next;
         if (isThere) break;
     }
@@ -166,8 +170,9 @@ bool CameraFisheye::projectionJacobian(const Eigen::Vector3d& direction,
 
 bool CameraFisheye::parameterJacobian(const Eigen::Vector3d& direction, double* jacobian) const {
     Eigen::Map<Eigen::Matrix<double, 2, kNumberOfParameters, Eigen::RowMajor>> derivative(jacobian);
+    Eigen::Vector2d pixel;
     Polar polar{};
-    if (!toPolar(direction, maxAngle_, polar)) {
+    if (!project(direction, pixel) || !toPolar(direction, maxAngle_, polar)) {
         derivative.setConstant(kNaN);
         return false;
     }

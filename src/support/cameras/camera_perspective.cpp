@@ -113,9 +113,10 @@ bool CameraPerspective::projectionJacobian(const Eigen::Vector3d& direction,
 bool CameraPerspective::parameterJacobian(const Eigen::Vector3d& direction,
                                           double* jacobian) const {
     Eigen::Map<Eigen::Matrix<double, 2, kNumberOfParameters, Eigen::RowMajor>> derivative(jacobian);
+    Eigen::Vector2d pixel;
     double x = 0.0;
     double y = 0.0;
-    if (!intersect(direction, foldRadius_, x, y)) {
+    if (!project(direction, pixel) || !intersect(direction, foldRadius_, x, y)) {
         derivative.setConstant(kNaN);
         return false;
     }

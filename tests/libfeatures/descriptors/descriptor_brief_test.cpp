@@ -180,6 +180,16 @@ TEST_F(BriefAgainstTheRuleTest, ImagesWiderThanSixteenBits) {
     expectRowsOfTheRule(image.transpose(), keypoints);
 }
 
+// The image may be divided into squares of 256 pixels: there are none beyond its last pixels.
+TEST_F(BriefAgainstTheRuleTest, KeypointsOnTheFarSidesOfImagesOfWholeSquares) {
+    const ByteImage image = bytes(256, 512, 22);
+    std::vector<Keypoint> keypoints{at(512.0F, 100.0F, 1.0F), at(300.0F, 256.0F, 2.0F),
+                                    at(512.0F, 256.0F, 3.0F), at(511.0F, 255.0F, 4.0F)};
+    expectRowsOfTheRule(image, keypoints);
+    for (Keypoint& keypoint : keypoints) std::swap(keypoint.x, keypoint.y);
+    expectRowsOfTheRule(image.transpose(), keypoints);
+}
+
 // 2^23 - 9.5 is a float. Beyond 2^23 floats are whole numbers, and sums are rounded to even ones.
 TEST_F(BriefAgainstTheRuleTest, ImagesWiderThanFloatsHaveFractions) {
     constexpr Index kCols = (1 << 23) + 100;

@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <latch>
 #include <limits>
 #include <numeric>
@@ -22,6 +24,7 @@
 #include "libfeatures/histogram/random_descriptors.h"
 #include "references/histogram_reference.h"
 #include "utilities/matching_cases.h"
+#include "utilities/number_of_threads.h"
 #include "utilities/synthetic_images.h"
 
 namespace marlo {
@@ -359,6 +362,42 @@ TEST(FeatureHistogramTest, CountsAreMadeAnewWhateverTheBinsHaveBecome) {
     const FeatureHistogram moved = std::move(histogram);
     histogram.classify(ldahWords(16));  // NOLINT(bugprone-use-after-move): what is tested
     EXPECT_EQ(histogram.bins, Bins(kWords, 1));
+}
+
+TEST(FeatureHistogramTest, ClassifiesOnTheCallingThread) {
+    const test::NumberOfThreads threads(9);
+    DescMat floats;
+    DescMat codes;
+    fillRandomSift(floats, 300);
+    fillRandomLdah(codes, 300);
+    // Threads that OpenMP has once made stay.
+    const auto threadsOfTheProcess = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threadsOfTheProcess();
+    FeatureHistogram(DescriptorType::SIFT).classify(floats);
+    FeatureHistogram(DescriptorType::LDAH).classify(codes);
+    EXPECT_EQ(threadsOfTheProcess(), before);
+}
+
+TEST(FeatureHistogramTest, ElementsOfMoreThanAByteCountWithAllTheirBytes) {
+    FeatureHistogram histogram(DescriptorType::LDAH);
+    const DescMat eight(1, 8, DescMat::Float);
+    std::memset(eight.data, 0, 32);
+    EXPECT_NO_THROW((histogram.classifyLdah<system::PopcntNone, 4>(eight)));
+    const DescMat seven(1, 7, DescMat::Float);
+    EXPECT_THROW((histogram.classifyLdah<system::PopcntNone, 4>(seven)), std::invalid_argument);
+}
+
+TEST(FeatureHistogramTest, IsReadWhateverTheBinsHaveBecome) {
+    const FeatureHistogram written(DescriptorType::SIFT);
+    BinWriter writer;
+    written.writeBin(writer);
+    FeatureHistogram histogram(DescriptorType::SIFT);
+    histogram.bins.clear();
+    BinReader reader(writer.buffer());
+    histogram.readBin(reader);
+    EXPECT_EQ(histogram.bins, written.bins);
 }
 
 TEST(FeatureHistogramTest, DifferentHistogramsMayBeClassifiedAtOnce) {

@@ -9,12 +9,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <set>
 #include <stdexcept>
 #include <string>
 
 #include "libfeatures/descriptors/ldah_codes.h"
-#include "utilities/matching_cases.h"
+#include "utilities/number_of_threads.h"
 
 namespace marlo {
 namespace {
@@ -204,6 +206,26 @@ TEST(RandomDescriptorsTest, AViewLetsGoOfTheRowThatItShared) {
         EXPECT_EQ(bytesOf(view), before.substr(0, bytesOf(view).size()));
         EXPECT_EQ(bytesOf(other), before);
     }
+}
+
+// Threads that OpenMP has once made stay.
+std::ptrdiff_t threadsOfTheProcess() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+TEST(RandomDescriptorsTest, AreMadeOnTheCallingThread) {
+    const test::NumberOfThreads threads(7);
+    for (const Fill fill : kFills) {
+        const std::ptrdiff_t before = threadsOfTheProcess();
+        filled(fill, 1024);
+        EXPECT_EQ(threadsOfTheProcess(), before);
+    }
+}
+
+TEST(RandomDescriptorsTest, KeepTheCallersNumberOfThreads) {
+    const test::NumberOfThreads threads(7);
+    filled(fillRandomLdah, 4);
+    EXPECT_EQ(omp_get_max_threads(), 7);
 }
 
 }  // namespace

@@ -8,10 +8,13 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "libfeatures/base/features_controller.h"
 #include "libfeatures/base/registration.h"
+#include "libfeatures/transforms/detail/polar_discs.h"
 #include "references/spherical_reference.h"
 #include "utilities/captured_log.h"
 #include "utilities/number_of_threads.h"
@@ -172,7 +175,7 @@ TEST(SphericalTransformTest, AnEmptyImageIsAnEmptyPanorama) {
 
 TEST(SphericalTransformTest, EqualsThePlainLoopsForEverySmallSize) {
     SphericalTransform transform;
-    for (Eigen::Index rows = 1; rows <= 60; ++rows) {
+    for (Eigen::Index rows = 1; rows <= 45; ++rows) {
         const ByteImage bytes = randomBytes(rows, 2 * rows, static_cast<std::uint32_t>(rows));
         const FloatImage floats = bytes.cast<float>();
         ASSERT_EQ(transform.transformImage(bytes), test::sphericalWorkingImage(bytes)) << rows;
@@ -189,6 +192,17 @@ TEST(SphericalTransformTest, EqualsThePlainLoopsForRandomSizesAndThreads) {
         const ByteImage panorama = randomBytes(rows, 2 * rows, random.below(1000));
         ASSERT_EQ(transform.transformImage(panorama), test::sphericalWorkingImage(panorama))
             << rows;
+    }
+}
+
+TEST(SphericalTransformTest, RefusesPanoramasWhosePixelsCannotBeNumbered) {
+    try {
+        detail::PolarDiscs discs(SphericalLayout(92682, 46341));
+        FAIL() << "not refused";
+    } catch (const std::length_error& error) {
+        EXPECT_STREQ(error.what(),
+                     "A panorama of 92682 x 46341 pixels is too large: they must be fewer than "
+                     "2^32");
     }
 }
 
@@ -352,6 +366,25 @@ TEST(SphericalTransformTest, KeypointsEqualThoseOfThePlainRule) {
                 keypoints.emplace_back(x, y);
             }
         }
+        const Back back = keypointsBack(transform, keypoints, width, height);
+        const test::KeypointsBack expected = test::sphericalKeypointsBack(keypoints, width, height);
+        EXPECT_TRUE(sameBytes(back.forDescriptors, expected.forDescriptors)) << height;
+        EXPECT_TRUE(sameBytes(back.output, expected.output)) << height;
+        EXPECT_GT(back.output.size(), 1000U);
+    }
+}
+
+// The sizes need not be those of the image: it may have been made smaller.
+TEST(SphericalTransformTest, KeypointsAreMappedToTheSizesPassedIn) {
+    Random random(12);
+    SphericalTransform transform = transformFor(40, 20);
+    std::vector<Keypoint> keypoints;
+    for (int i = 0; i < 4000; ++i) {
+        const float x = random.uniform(0.0F, 2200.0F);
+        keypoints.emplace_back(x, random.uniform(0.0F, 1500.0F));
+    }
+    // With another shape the discs reach beyond the top and the bottom quarter.
+    for (const auto& [width, height] : {std::pair(2000, 1000), {2000, 900}, {2000, 1150}}) {
         const Back back = keypointsBack(transform, keypoints, width, height);
         const test::KeypointsBack expected = test::sphericalKeypointsBack(keypoints, width, height);
         EXPECT_TRUE(sameBytes(back.forDescriptors, expected.forDescriptors)) << height;

@@ -139,6 +139,30 @@ CameraFisheye randomCamera(std::mt19937& generator) {
     }
 }
 
+// A lens that distorts the corners by 10 or 30 %, at 2500 pixels from the centre, however long it
+// is.
+TEST(CameraFisheyeTest, PixelsOfLongLensesComeBack) {
+    for (const double focalLength : {1e4, 1e5, 1e7}) {
+        const double corner = 2500.0 / focalLength;
+        for (const double distortion : {-0.1, 0.3}) {
+            const double k1 = distortion / (corner * corner);
+            const CameraFisheye camera(4000, 3000, {focalLength, focalLength, 1999.5, 1499.5, k1});
+            EXPECT_LT(test::largestRoundTrip(camera, 250), 1e-8) << focalLength;
+        }
+    }
+}
+
+// With such a lens Newton's method alone would creep.
+TEST(CameraFisheyeTest, PixelsOfAbsurdLensesHaveTheirRays) {
+    const CameraFisheye camera(180, 100, {100.0, 100.0, 89.5, 49.5, 0.0, 0.0, 0.0, 1e50});
+    const Vector2d pixel(90.0, 50.0);
+    Vector3d ray;
+    Vector2d back;
+    ASSERT_TRUE(camera.unproject(pixel, ray));
+    ASSERT_TRUE(camera.project(ray, back));
+    EXPECT_LT((back - pixel).norm(), 1e-4);  // of the ray the last digits are missing
+}
+
 TEST(CameraFisheyeTest, PixelsOfRandomCamerasComeBack) {
     std::mt19937 generator(1);
     for (int i = 0; i < 40; ++i) {
@@ -163,6 +187,16 @@ TEST(CameraFisheyeTest, DirectionsOfRandomCamerasComeBack) {
             EXPECT_LT((ray - direction).norm(), 1e-11);
         }
     }
+}
+
+TEST(CameraFisheyeTest, WhatIsNotSeenHasNoDerivatives) {
+    const CameraFisheye camera(100, 100, {1e300, 1e300, 0.0, 0.0, 1e300});
+    const Vector3d direction{1.0, 0.0, 1.0};
+    Vector2d pixel;
+    double derivatives[2 * 9];
+    ASSERT_FALSE(camera.project(direction, pixel));
+    EXPECT_FALSE(camera.parameterJacobian(direction, derivatives));
+    EXPECT_TRUE(std::isnan(derivatives[0]));
 }
 
 TEST(CameraFisheyeTest, DerivativesAgreeWithDifferences) {

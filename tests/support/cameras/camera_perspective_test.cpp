@@ -130,6 +130,20 @@ CameraPerspective randomCamera(std::mt19937& generator) {
     }
 }
 
+// A lens that distorts the corners by 10 or 30 %, at 2500 pixels from the centre, however long it
+// is.
+TEST(CameraPerspectiveTest, PixelsOfLongLensesComeBack) {
+    for (const double focalLength : {1e4, 1e5, 1e7}) {
+        const double corner = 2500.0 / focalLength;
+        for (const double distortion : {-0.1, 0.3}) {
+            const double k1 = distortion / (corner * corner);
+            const CameraPerspective camera(4000, 3000,
+                                           {focalLength, focalLength, 1999.5, 1499.5, k1});
+            EXPECT_LT(test::largestRoundTrip(camera, 250), 1e-8) << focalLength;
+        }
+    }
+}
+
 TEST(CameraPerspectiveTest, PixelsOfRandomCamerasComeBack) {
     std::mt19937 generator(1);
     for (int i = 0; i < 40; ++i) {
@@ -155,6 +169,16 @@ TEST(CameraPerspectiveTest, DirectionsOfRandomCamerasComeBack) {
             EXPECT_LT((ray - direction).norm(), 1e-11);
         }
     }
+}
+
+TEST(CameraPerspectiveTest, WhatIsNotSeenHasNoDerivatives) {
+    const CameraPerspective camera(100, 100, {1.0, 1.0, 0.0, 0.0, 1e300});
+    const Vector3d direction{1e10, 0.0, 1.0};
+    Vector2d pixel;
+    double derivatives[2 * 9];
+    ASSERT_FALSE(camera.project(direction, pixel));
+    EXPECT_FALSE(camera.parameterJacobian(direction, derivatives));
+    EXPECT_TRUE(std::isnan(derivatives[0]));
 }
 
 TEST(CameraPerspectiveTest, DerivativesAgreeWithDifferences) {

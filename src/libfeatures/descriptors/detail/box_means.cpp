@@ -9,7 +9,7 @@ namespace {
 
 using Eigen::Index;
 
-constexpr Index kVector = 16;  // means of rows are made in so many, so that no loop has a rest
+constexpr Index kVector = 16;  // means of rows are made in so many, so that no loop has a remainder
 
 constexpr Index inWholeVectors(Index count) {
     return (count + kVector - 1) / kVector * kVector;

@@ -2,6 +2,7 @@
 #include "libfeatures/descriptors/detail/brief_pattern.h"
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <random>
 

@@ -6,6 +6,11 @@
 
 namespace marlo::detail {
 
+/// To whole pixels, half away from zero.
+inline int rounded(double value) {
+    return static_cast<int>(std::round(value));
+}
+
 /// A place on the unit sphere, in radians. Longitude 0 is the panorama's middle column; latitude
 /// runs downwards, from -pi/2 at the north pole to pi/2.
 struct PlaceOnSphere {

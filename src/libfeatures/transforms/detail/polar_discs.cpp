@@ -10,11 +10,6 @@
 namespace marlo::detail {
 namespace {
 
-// Half away from zero.
-int rounded(double value) {
-    return static_cast<int>(std::round(value));
-}
-
 // Of the row that lies `row` pixels from the centre; 0 also where the first row, by rounding, lies
 // outside of the disc.
 int halfWidthOf(double radius, int row) {

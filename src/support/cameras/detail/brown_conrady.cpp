@@ -66,7 +66,8 @@ bool undistort(const BrownConradyParameters& p, double foldRadius, double larges
     const double wantedX = x;
     const double wantedY = y;
     const double wanted = square(x) + square(y);
-    const double end = square(foldRadius);
+    // A little inside, so that rounding takes no ray beyond the fold.
+    const double end = square(foldRadius) * (1.0 - 0x1p-49);
     if (!std::isfinite(wanted) || wanted > square(largestDistortedRadius)) return false;
 
     // One step of the fixed-point iteration is a good guess, if it lies in the disc.
@@ -82,12 +83,12 @@ bool undistort(const BrownConradyParameters& p, double foldRadius, double larges
         const double missX = at.x - wantedX;
         const double missY = at.y - wantedY;
         const double miss = square(missX) + square(missY);
-        if (miss <= 1e-30 * (1.0 + wanted)) return true;  // as good as rounding allows
+        if (miss <= 1e-30 * wanted) return true;  // as good as rounding allows
         const double determinant = at.dxdx * at.dydy - square(at.dxdy);
         const double stepX = (at.dydy * missX - at.dxdy * missY) / determinant;
         const double stepY = (at.dxdx * missY - at.dxdy * missX) / determinant;
         // What is missing after the step is about its square, so it need not be looked at.
-        if (square(stepX) + square(stepY) <= kLastStep * (1.0 + square(x) + square(y))) {
+        if (square(stepX) + square(stepY) <= kLastStep * (square(x) + square(y))) {
             x -= stepX;
             y -= stepY;
             return square(x) + square(y) < end;

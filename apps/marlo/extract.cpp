@@ -433,6 +433,7 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
     Outcome outcome;
     bool outOfMemory = false;
     std::size_t replaced = 0;
+    std::size_t perhapsPanoramas = 0;
     progress.begin("extract", "photographs", names.size());
     const auto produce = [&](std::size_t i) {
         omp_set_num_threads(threadsOfEach);
@@ -456,11 +457,18 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
             project.putFeatures(photograph, extracted.camera, extracted.features, extracted.bytes);
             ++outcome.done;
             if (photograph.status == PhotographStatus::done && !options.force) ++replaced;
+            const Camera& camera = extracted.camera;
+            perhapsPanoramas += !options.panorama && camera.width == 2 * camera.height ? 1 : 0;
         }
         progress.advance();
     };
     workInOrder(names.size(), workers, produce, consume, [] { return interruption() != 0; });
     progress.end();
+    if (perhapsPanoramas > 0) {
+        progress.message(std::to_string(perhapsPanoramas) +
+                         " photographs are twice as wide as high and have been taken as ordinary "
+                         "ones; if they are full panoramas, give --panorama");
+    }
     if (replaced > 0) {
         progress.message(std::to_string(replaced) +
                          " photographs had features of other content or parameters, which have "

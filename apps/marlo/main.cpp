@@ -323,7 +323,9 @@ private:
                          "sift: 128 floats a keypoint; ldah: 16 bytes, matched seven times faster")
             ->check(CLI::IsMember(kFeatures))
             ->capture_default_str();
-        command->add_option("--keypoints", options.keypoints, "of each photograph, at most")
+        command
+            ->add_option("--keypoints", options.keypoints,
+                         "of each photograph, at most; the selector Default decides by itself")
             ->check(CLI::Range(1, static_cast<int>(kMostKeypoints)))
             ->capture_default_str();
         command

@@ -197,9 +197,8 @@ VerifiedPair verifyPanoramas(const std::vector<Keypoint>& first, const Camera& f
     const RayModel epipolar = essentialMatrix(from, to, angle);
     const RayModel turned = rotationBetween(from, to, angle);
     const bool isTurned = explains(turned.inliers.size(), epipolar.inliers.size(), options);
-    std::vector<Eigen::Index> inliers = isTurned && turned.inliers.size() > epipolar.inliers.size()
-                                            ? turned.inliers
-                                            : epipolar.inliers;
+    // The epipolar planes of cameras in one place are arbitrary: the rotation is what tells.
+    std::vector<Eigen::Index> inliers = isTurned ? turned.inliers : epipolar.inliers;
     for (Eigen::Index& inlier : inliers) inlier = order[static_cast<std::size_t>(inlier)];
     std::sort(inliers.begin(), inliers.end());
     verified.essential = epipolar.matrix;

@@ -87,11 +87,10 @@ cv::Point2d WorkingImage::inPhotograph(const Keypoint& keypoint) const {
         const Eigen::Vector2d place = layout_->inPanorama(point.x, point.y);
         point = {place.x(), place.y()};
     }
-    if (scale_ == 1.0) return point;
-    point = {(point.x + 0.5) * xFactor_ - 0.5, (point.y + 0.5) * yFactor_ - 0.5};
+    if (scale_ != 1.0) point = {(point.x + 0.5) * xFactor_ - 0.5, (point.y + 0.5) * yFactor_ - 0.5};
     if (layout_) {
-        if (point.x < 0.0) point.x += photographCols_;
-        if (point.x >= photographCols_) point.x -= photographCols_;
+        if (point.x < -0.5) point.x += photographCols_;
+        if (point.x >= photographCols_ - 0.5) point.x -= photographCols_;
         point.y = std::clamp(point.y, 0.0, static_cast<double>(photographRows_));
     }
     return point;

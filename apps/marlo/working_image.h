@@ -38,7 +38,8 @@ public:
     /// Leaves out what a panorama's working image shows a second time elsewhere.
     void keepOneOfEach(std::vector<Keypoint>& keypoints);
 
-    /// In pixels of the photograph; of a panorama, x is in [0, width) and y in [0, height].
+    /// In pixels of the photograph; of a panorama, x is in [-1/2, width - 1/2), where
+    /// its columns are, and y in [0, height].
     [[nodiscard]] cv::Point2d inPhotograph(const Keypoint& keypoint) const;
 
 private:

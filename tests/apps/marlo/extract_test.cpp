@@ -549,6 +549,20 @@ TEST_F(PanoramaExtractTest, AllowingOtherShapesChangesNothingForPanoramas) {
     EXPECT_TRUE(project.camera(1).isPanorama());
 }
 
+TEST_F(PanoramaExtractTest, PhotographsOfAPanoramasShapeAreMentioned) {
+    const std::string hint =
+        "1 photographs are twice as wide as high and have been taken as ordinary ones; if they are "
+        "full panoramas, give --panorama";
+    writePanorama("a.png");
+    writePhotograph("b.png");
+    options.allowNonSpherical = true;
+    run();
+    EXPECT_THAT(said.str(), Not(HasSubstr(hint)));
+    options.panorama = false;
+    run();
+    EXPECT_THAT(said.str(), HasSubstr(hint));
+}
+
 TEST_F(PanoramaExtractTest, TakingItForSomethingElseIsDoneAgain) {
     writePanorama("a.png");
     EXPECT_EQ(run().done, 1U);

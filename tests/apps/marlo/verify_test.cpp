@@ -451,12 +451,8 @@ TEST(VerifyPanoramasTest, PanoramasFromOnePlaceAreTold) {
     views.addWrong(60);
     const VerifiedPair verified = views.verified();
     EXPECT_EQ(verified.config, kPlanarOrPanoramic);
-    const auto kept = pairsOf(verified.inliers);
-    EXPECT_GE(kept.size(), 120U);
-    // A rotation leaves the planes of the essential matrix free to meet a few wrong matches.
-    EXPECT_LE(kept.size(), 128U);
-    const auto right = firstOnes(views, 120);
-    EXPECT_TRUE(std::includes(kept.begin(), kept.end(), right.begin(), right.end()));
+    // The planes of the essential matrix, which are arbitrary then, meet a few wrong matches, too.
+    EXPECT_EQ(pairsOf(verified.inliers), firstOnes(views, 120));
 }
 
 TEST(VerifyPanoramasTest, RotationNeedsFewerMatchesThanAnEssentialMatrix) {

@@ -10,8 +10,9 @@
 namespace marlo::detail {
 namespace {
 
-constexpr int kMostSteps = 60;       // at the fold each step only halves what is missing
-constexpr double kLastStep = 2e-14;  // squared; what is missing after it is below 1e-8 pixels
+constexpr int kMostSteps = 60;  // at the fold each step only halves what is missing
+// Of the radius, squared: what is missing after it, about its square, is below 1e-8 pixels.
+constexpr double kLastStep = 2e-14;
 constexpr double kShortestStep = 0x1p-100;  // for growth as r^7 and a guess far too small
 
 double square(double value) {

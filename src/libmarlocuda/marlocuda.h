@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "libmarlocuda/marlocuda_export.h"
 
@@ -32,6 +33,14 @@ MARLOCUDA_EXPORT bool gpusAvailableForProcessing();
 
 /// Replaces `description` by a short text for people: the GPU in use, or why there is none.
 MARLOCUDA_EXPORT void getActiveDeviceString(std::string& description);
+
+/// Replaces `descriptions` by one line for people on each GPU that was found: what it is, and
+/// whether it can be used or why not.
+MARLOCUDA_EXPORT void getDeviceStrings(std::vector<std::string>& descriptions);
+
+/// Lets this process use a GPU (as it may at first) or not, from now on and for all threads. While
+/// it may not, gpusAvailableForProcessing() is false and the processing calls fail.
+MARLOCUDA_EXPORT void setProcessingEnabled(bool enabled);
 
 }  // namespace cuda
 }  // namespace marlo

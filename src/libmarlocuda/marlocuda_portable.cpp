@@ -22,6 +22,12 @@ void getActiveDeviceString(std::string& description) {
     description = "no GPU: libmarlocuda was built without GPU support";
 }
 
+void getDeviceStrings(std::vector<std::string>& descriptions) {
+    descriptions.clear();
+}
+
+void setProcessingEnabled(bool /*enabled*/) {}
+
 }  // namespace marlo::cuda
 
 std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t /*rows*/, std::uint64_t /*cols*/) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 #include "libfeatures/base/keypoint.h"
 #include "libmarlocuda/marlocuda.h"
@@ -25,6 +26,17 @@ TEST(MarlocudaPortableTest, SaysWhyThereIsNone) {
     std::string description = "old text";
     cuda::getActiveDeviceString(description);
     EXPECT_EQ(description, "no GPU: libmarlocuda was built without GPU support");
+}
+
+TEST(MarlocudaPortableTest, ListsNoDevices) {
+    std::vector<std::string> descriptions{"old text"};
+    cuda::getDeviceStrings(descriptions);
+    EXPECT_TRUE(descriptions.empty());
+}
+
+TEST(MarlocudaPortableTest, HasNoGpuEvenIfItMayUseOne) {
+    cuda::setProcessingEnabled(true);
+    EXPECT_FALSE(cuda::gpusAvailableForProcessing());
 }
 
 TEST(MarlocudaPortableTest, DetectsNoKeypoints) {

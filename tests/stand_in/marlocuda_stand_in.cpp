@@ -63,6 +63,14 @@ bool marlo::cuda::gpusAvailableForProcessing() {
     return record(marlo::test::GpusAvailableCall{}).gpusAvailable;
 }
 
+void marlo::cuda::getDeviceStrings(std::vector<std::string>& descriptions) {
+    descriptions = record(marlo::test::DeviceStringsCall{}).devices;
+}
+
+void marlo::cuda::setProcessingEnabled(bool enabled) {
+    record(marlo::test::SetProcessingEnabledCall{enabled});
+}
+
 void marlo::cuda::getActiveDeviceString(std::string& description) {
     description = record(marlo::test::ActiveDeviceCall{}).activeDevice;
 }

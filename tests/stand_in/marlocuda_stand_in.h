@@ -30,6 +30,10 @@ namespace marlo::test {
 struct IsFeatureAvailableCall {};
 struct GpusAvailableCall {};
 struct ActiveDeviceCall {};
+struct DeviceStringsCall {};
+struct SetProcessingEnabledCall {
+    bool enabled;
+};
 struct MaximumKeypointsCall {
     std::uint64_t rows, cols;
 };
@@ -66,9 +70,10 @@ struct HammingDistanceCall {
     std::size_t rowBytes;
 };
 
-using Call = std::variant<IsFeatureAvailableCall, GpusAvailableCall, ActiveDeviceCall,
-                          MaximumKeypointsCall, DetectLdahCall, GradientCall, GaussianFilterCall,
-                          GradientPyramidCall, HammingDistanceCall>;
+using Call =
+    std::variant<IsFeatureAvailableCall, GpusAvailableCall, ActiveDeviceCall, DeviceStringsCall,
+                 SetProcessingEnabledCall, MaximumKeypointsCall, DetectLdahCall, GradientCall,
+                 GaussianFilterCall, GradientPyramidCall, HammingDistanceCall>;
 
 /// What an entry point that returns a status does.
 template <typename CallRecord>
@@ -92,6 +97,7 @@ public:
     bool featureAvailable = false;
     bool gpusAvailable = false;
     std::string activeDevice = "stand-in GPU";
+    std::vector<std::string> devices;  ///< what getDeviceStrings() gives
 
     // Results.
     std::uint64_t maximumKeypoints = 0;

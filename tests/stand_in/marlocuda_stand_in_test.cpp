@@ -34,6 +34,22 @@ TEST_F(StandInTest, AnswersAvailabilityAndDeviceAsScripted) {
     EXPECT_EQ(device, "two-core test GPU");
 }
 
+TEST_F(StandInTest, ListsDevicesAsScripted) {
+    gpu.devices = {"one", "two"};
+    std::vector<std::string> descriptions{"old text"};
+    cuda::getDeviceStrings(descriptions);
+    EXPECT_EQ(descriptions, gpu.devices);
+}
+
+TEST_F(StandInTest, RecordsWhetherAGpuMayBeUsed) {
+    cuda::setProcessingEnabled(false);
+    cuda::setProcessingEnabled(true);
+    const auto calls = gpu.calls<SetProcessingEnabledCall>();
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_FALSE(calls[0].enabled);
+    EXPECT_TRUE(calls[1].enabled);
+}
+
 TEST_F(StandInTest, GivesStatusesInOrderAndThenTheLastingOne) {
     gpu.gaussianFilter.statuses = {1, 2, 77};
     gpu.gaussianFilter.status = 5;

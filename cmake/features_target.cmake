@@ -10,8 +10,8 @@ function(features_compile_settings target)
   # No contraction: fused multiply-adds round differently from one processor to the next, and
   # results must be the same bits everywhere.
   target_compile_options(${target} PRIVATE
-      -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off
-      $<$<BOOL:${FEATURES_WARNINGS_AS_ERRORS}>:-Werror>)
+      $<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wconversion;-Wshadow;-ffp-contract=off>
+      $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${FEATURES_WARNINGS_AS_ERRORS}>>:-Werror>)
   set_target_properties(${target} PROPERTIES
       CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON POSITION_INDEPENDENT_CODE ON)
   if(FEATURES_SANITIZERS)

@@ -10,9 +10,17 @@
 
 /// The GPU processing library: the entry points that libfeatures hands its GPU work to.
 ///
-/// Every variant of the library (with or without a GPU) has exactly these symbols, so a host never
-/// needs to know which one is installed. Every `mlc...` function that returns an `int` returns a
-/// status: 0 for success, anything else for failure. After a failure no output has been written.
+/// Every variant of the library (built with CUDA or without) has exactly these symbols, so a host
+/// never needs to know which one is installed. Every `mlc...` function that returns an `int`
+/// returns a status: 0 for success; 1 if no GPU can be used; 2 if the GPU has not the resources;
+/// anything else for other failures. getActiveDeviceString() then says why. After a failure no
+/// output has been written, unless the GPU failed while it copied results; they are of no use then.
+///
+/// Work is done on the GPU that is the calling thread's (the first one unless the host has chosen),
+/// which must be of compute capability 7.5 or newer with 512 MiB of memory. Each thread has its own
+/// stream and memory, which it keeps until it ends; the memory grows to what the largest call
+/// needed, and a call that would need more than is free fails with status 2 before it allocates.
+/// All functions may be called from several threads.
 ///
 /// Images are row-major, `rows` x `cols` floats without padding between rows; all pointers are
 /// host memory, owned by the caller, and are not kept after the call.
@@ -23,15 +31,15 @@ struct Keypoint;
 
 namespace cuda {
 
-/// Whether this variant of the library can process on a GPU at all. Cheap; false in the variant
-/// that was built without GPU support.
+/// Whether there is a driver and any GPU, asked once in a process. False in the variant that was
+/// built without CUDA.
 MARLOCUDA_EXPORT bool isFeatureAvailable();
 
-/// Whether at least one GPU can be used for processing at this moment. Only meaningful when
-/// isFeatureAvailable() is true.
+/// Whether the calling thread's GPU can be used for processing at this moment.
 MARLOCUDA_EXPORT bool gpusAvailableForProcessing();
 
-/// Replaces `description` by a short text for people: the GPU in use, or why there is none.
+/// Replaces `description` by a short text for people: the calling thread's GPU, with the reason if
+/// the thread's last call failed, or "no GPU: " and why none can be used.
 MARLOCUDA_EXPORT void getActiveDeviceString(std::string& description);
 
 /// Replaces `descriptions` by one line for people on each GPU that was found: what it is, and
@@ -48,10 +56,14 @@ MARLOCUDA_EXPORT void setProcessingEnabled(bool enabled);
 extern "C" {
 
 /// The largest number of keypoints that mlcDetectLdah() can write for an image of this size: the
-/// number of records its caller must provide. A count, not a status; 0 where no GPU is usable.
+/// number of records its caller must provide. One for every 32 pixels and 1024 more, where
+/// photographs have one for a few hundred; for an image with more mlcDetectLdah() fails with status
+/// 2 rather than leave any out. A count, not a status; 0 for images of more than 2^30 pixels, which
+/// mlcDetectLdah() refuses, and in the variant that was built without CUDA.
 MARLOCUDA_EXPORT std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t rows, std::uint64_t cols);
 
-/// Detects scale-space extrema with their orientations.
+/// Detects scale-space extrema with their orientations, sorted by octave, level, row and column of
+/// the pixel at which the search found them, and angle. Needs some 40 bytes a pixel of the GPU.
 /// `keypoints` has room for mlcMaximumKeypointsLDAH(rows, cols) records of 24 bytes (x, y, scale,
 /// angle, response as floats at offsets 0 to 16, octave and layer as bytes at 20 and 21), in
 /// pixels of the given image. `*count` is set to 0 by the caller and receives the number written.
@@ -68,7 +80,7 @@ MARLOCUDA_EXPORT int mlcGradient(const float* src, std::uint64_t rows, std::uint
 MARLOCUDA_EXPORT int mlcGaussianFilter(float* data, std::uint64_t rows, std::uint64_t cols,
                                        double sigma);
 
-/// Gradient images of the scale space, for the descriptor.
+/// Gradient images of the scale space, for the descriptor. Needs some 52 bytes a pixel of the GPU.
 /// `magnitudes` and `orientations` each hold 12 pointers, octave-major over 3 octaves of 4 levels.
 /// Level 0 entries are null; the image of octave o, level 1 to 3 is (rows >> o) x (cols >> o).
 /// `lastOctave` is 2, `initialSigma` 1.6 and `levelsPerOctave` 4.
@@ -79,8 +91,9 @@ MARLOCUDA_EXPORT int mlcGradientPyramid(const float* image, std::uint64_t rows, 
 
 /// For every query row the nearest train row by Hamming distance, that distance, and the
 /// second-smallest distance. Ties go to the lowest train row; a second row at the same distance
-/// is the second-nearest. Rows are `rowBytes` bytes long and stored without padding; each output
-/// has `queryRows` entries that the caller has set to 0.
+/// is the second-nearest; where there is but one train row the second distance is 0xffffffff. Rows
+/// are `rowBytes` bytes long and stored without padding; each output has `queryRows` entries that
+/// the caller has set to 0.
 MARLOCUDA_EXPORT int mlcHammingDistance(const void* queryData, int queryRows, const void* trainData,
                                         int trainRows, unsigned int* bestIndex,
                                         unsigned int* bestDistance, unsigned int* secondDistance,

@@ -20,6 +20,7 @@
 #include "libfeatures/descriptors/ldah_codes.h"
 #include "libfeatures/descriptors/sift_descriptor.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/feature_detector_ldah_cuda.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/detectors/i_keypoint_detector.h"
 #include "libfeatures/features_export.h"

@@ -68,7 +68,7 @@ public:
     ~FeaturesController();
 
     /// Must be called before detection. Nothing is checked here: a scale of 0 or NaN gives
-    /// keypoints at infinity or nowhere.
+    /// keypoints at infinity or nowhere; the GPU detector refuses 0 and negative ones.
     /// @param imageScale  the factor by which the host has resized the image: keypoints are divided
     ///                    by it and so refer to the unscaled image. That is exact if pixel (0, 0)
     ///                    has stayed where it was; after a resampling that keeps the image's outer

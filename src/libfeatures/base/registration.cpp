@@ -6,6 +6,7 @@
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/descriptors/descriptor_brief.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/feature_detector_ldah_cuda.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
@@ -36,6 +37,8 @@ void registerMainFeatureDetectors() {
     auto& factory = extensibleFactoryInstance<IKeypointDetector>();
     factory.registerType("LDAH", Features2dSiftLdah::createDetectorLDAH);
     factory.registerType("SIFT", Features2dSiftLdah::createDetectorSIFT);
+    registerPlugIn<IKeypointDetector, FeatureDetectorLDAHCuda>("LDAHCuda");
+    registerPlugIn<IKeypointDetector, FeatureDetectorLDAHCuda>("SIFTCuda");
 }
 
 void registerMainDescriptorExtractors() {

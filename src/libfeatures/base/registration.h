@@ -8,12 +8,14 @@
 /// a key which a host has given to a plug-in of its own goes back to the library's.
 namespace marlo {
 
-/// | key  | class              | makes            |
-/// |------|--------------------|------------------|
-/// | LDAH | Features2dSiftLdah | LDAH descriptors |
-/// | SIFT | Features2dSiftLdah | SIFT descriptors |
+/// | key      | class                   | on the | makes            |
+/// |----------|-------------------------|--------|------------------|
+/// | LDAH     | Features2dSiftLdah      | CPU    | LDAH descriptors |
+/// | LDAHCuda | FeatureDetectorLDAHCuda | GPU    |                  |
+/// | SIFT     | Features2dSiftLdah      | CPU    | SIFT descriptors |
+/// | SIFTCuda | FeatureDetectorLDAHCuda | GPU    |                  |
 ///
-/// The two find the same keypoints.
+/// LDAH and SIFT find the same keypoints; the two GPU keys make the same detector.
 FEATURES_EXPORT void registerMainFeatureDetectors();
 
 /// | key      | class              | makes             | from gradients of     |

@@ -9,6 +9,7 @@
 #include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/descriptors/descriptor_brief.h"
 #include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/feature_detector_ldah_cuda.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
@@ -69,6 +70,8 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     registerAll();
     EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("LDAH")));
     EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("SIFT")));
+    EXPECT_TRUE((creates<FeatureDetectorLDAHCuda, IKeypointDetector>("LDAHCuda")));
+    EXPECT_TRUE((creates<FeatureDetectorLDAHCuda, IKeypointDetector>("SIFTCuda")));
     EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("LDAH")));
     EXPECT_TRUE((creates<Features2dSiftLdah, IDescriptorExtractor>("SIFT")));
     EXPECT_TRUE((creates<Brief, IDescriptorExtractor>("Brief")));
@@ -97,10 +100,17 @@ TEST_F(RegistrationTest, KeysSayWhichRowsAreMade) {
     EXPECT_TRUE(makesSift<IDescriptorExtractor>("SIFT"));
     EXPECT_FALSE(makesSift<IDescriptorExtractor>("LDAHCuda"));
     EXPECT_TRUE(makesSift<IDescriptorExtractor>("SIFTCuda"));
+    // The GPU detector is the same for both.
+    EXPECT_FALSE(makesSift<IKeypointDetector>("LDAHCuda"));
+    EXPECT_FALSE(makesSift<IKeypointDetector>("SIFTCuda"));
 }
 
 TEST_F(RegistrationTest, KeysAreCaseSensitive) {
     registerAll();
+    EXPECT_THROW((void)extensibleFactoryInstance<IKeypointDetector>().create("ldah"),
+                 std::runtime_error);
+    EXPECT_THROW((void)extensibleFactoryInstance<IKeypointDetector>().create("LDAHcuda"),
+                 std::runtime_error);
     EXPECT_THROW((void)extensibleFactoryInstance<IKeypointSelector>().create("top"),
                  std::runtime_error);
 }
@@ -108,6 +118,9 @@ TEST_F(RegistrationTest, KeysAreCaseSensitive) {
 TEST_F(RegistrationTest, RegisteringAgainLeavesKeysAndClasses) {
     registerAll();
     registerAll();
+    EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("LDAH")));
+    EXPECT_TRUE((creates<FeatureDetectorLDAHCuda, IKeypointDetector>("LDAHCuda")));
+    EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));

@@ -28,6 +28,7 @@
 #include "libfeatures/histogram/random_descriptors.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_base.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac_cuda.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/matchers/i_descriptor_matcher.h"

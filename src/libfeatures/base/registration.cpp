@@ -9,6 +9,7 @@
 #include "libfeatures/detectors/feature_detector_ldah_cuda.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac_cuda.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/selectors/feature_selector_anms.h"
@@ -53,6 +54,7 @@ void registerMainDescriptorExtractors() {
 void registerMainDescriptorMatchers() {
     registerPlugIn<IDescriptorMatcher, DescMatcherLeftRight>("LeftRight");
     registerPlugIn<IDescriptorMatcher, DescMatcherDistFrac>("DistFrac");
+    registerPlugIn<IDescriptorMatcher, DescMatcherDistFracCuda>("DistFracCuda");
     registerPlugIn<IDescriptorMatcher, DescMatcherDistFracMutual>("DistFracMutual");
 }
 

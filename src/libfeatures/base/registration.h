@@ -30,6 +30,7 @@ FEATURES_EXPORT void registerMainDescriptorExtractors();
 /// | key            | class                     |
 /// |----------------|---------------------------|
 /// | DistFrac       | DescMatcherDistFrac       |
+/// | DistFracCuda   | DescMatcherDistFracCuda   |
 /// | DistFracMutual | DescMatcherDistFracMutual |
 /// | LeftRight      | DescMatcherLeftRight      |
 FEATURES_EXPORT void registerMainDescriptorMatchers();

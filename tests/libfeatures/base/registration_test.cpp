@@ -12,6 +12,7 @@
 #include "libfeatures/detectors/feature_detector_ldah_cuda.h"
 #include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
+#include "libfeatures/matchers/desc_matcher_dist_frac_cuda.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
 #include "libfeatures/selectors/feature_selector_anms.h"
@@ -78,6 +79,7 @@ TEST_F(RegistrationTest, KeysCreateTheirClasses) {
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("LDAHCuda")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
     EXPECT_TRUE((creates<DescMatcherDistFrac, IDescriptorMatcher>("DistFrac")));
+    EXPECT_TRUE((creates<DescMatcherDistFracCuda, IDescriptorMatcher>("DistFracCuda")));
     EXPECT_TRUE((creates<DescMatcherDistFracMutual, IDescriptorMatcher>("DistFracMutual")));
     EXPECT_TRUE((creates<DescMatcherLeftRight, IDescriptorMatcher>("LeftRight")));
     EXPECT_TRUE((creates<KeypointSelectorSdc, IKeypointSelector>("SDC")));
@@ -121,6 +123,7 @@ TEST_F(RegistrationTest, RegisteringAgainLeavesKeysAndClasses) {
     EXPECT_TRUE((creates<Features2dSiftLdah, IKeypointDetector>("LDAH")));
     EXPECT_TRUE((creates<FeatureDetectorLDAHCuda, IKeypointDetector>("LDAHCuda")));
     EXPECT_TRUE((creates<SiftLdahDescriptor, IDescriptorExtractor>("SIFTCuda")));
+    EXPECT_TRUE((creates<DescMatcherDistFracCuda, IDescriptorMatcher>("DistFracCuda")));
     EXPECT_TRUE((creates<KeypointSelectorTop, IKeypointSelector>("TOP")));
     EXPECT_TRUE((creates<KeypointSelectorDefault, IKeypointSelector>("Default")));
     EXPECT_TRUE((creates<DefaultTransform, ITransform>("Default")));

@@ -7,12 +7,21 @@ function(features_test_compile_settings target)
   target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
 endfunction()
 
-# features_add_test(<path>_test.cpp [LABEL unit|end_to_end] [LIBRARIES ...])
+# features_add_test(<path>_test.cpp [SINGLE_THREADED] [LABEL unit|end_to_end] [LIBRARIES ...])
 #
 # One program and one CTest test named after the path. It links the library's objects, so it can
 # reach private code, and the scriptable GPU library in place of the real one.
+#
+# SINGLE_THREADED: neither the test nor what it calls starts threads or is written to be called from
+# several; the thread sanitizer has nothing to find there.
 function(features_add_test source)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL" "LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SINGLE_THREADED" "LABEL" "LIBRARIES")
+  if(NOT FEATURES_BUILD_UNIT_TESTS AND NOT arg_LABEL STREQUAL "tools")
+    return()
+  endif()
+  if(arg_SINGLE_THREADED AND FEATURES_SANITIZERS MATCHES thread)
+    return()
+  endif()
   string(REGEX REPLACE "_test\\.cpp$" "" name ${source})
   string(REPLACE "/" "." target ${name})
   add_executable(${target} ${source})
@@ -20,6 +29,9 @@ function(features_add_test source)
   target_link_libraries(${target} PRIVATE
       features_objects marlocuda_stand_in features_test_utilities GTest::gmock_main ${arg_LIBRARIES})
   features_test_compile_settings(${target})
+  if(FEATURES_LLD)
+    target_link_options(${target} PRIVATE -fuse-ld=lld)
+  endif()
   target_precompile_headers(${target} REUSE_FROM features_test_utilities)
   add_test(NAME ${name} COMMAND ${target})
   if(NOT arg_LABEL)

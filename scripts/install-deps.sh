@@ -13,7 +13,7 @@ build=(g++ cmake ninja-build ccache pkg-config libeigen3-dev qt6-base-dev dpkg-d
 apps=(libcli11-dev libexiv2-dev libopencv-dev libsqlite3-dev libsqlitecpp-dev libzip-dev
       nlohmann-json3-dev)
 tests=(libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14 libomp-14-dev
-       libclang-rt-14-dev qtbase5-dev binutils colmap git python3-numpy python3-scipy)
+       libclang-rt-14-dev lld qtbase5-dev binutils colmap git python3-numpy python3-scipy)
 benchmarks=(libbenchmark-dev libfaiss-dev libopenblas-dev libopencv-dev libvlfeat-dev
     python3-matplotlib)
 tools=(libopencv-dev python3-matplotlib python3-numpy python3-scipy)

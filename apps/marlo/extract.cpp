@@ -22,10 +22,11 @@
 #include "libfeatures/version.h"
 #include "marlo/descriptor_bytes.h"
 #include "marlo/edge_test.h"
+#include "marlo/gpu.h"
 #include "marlo/interruption.h"
+#include "marlo/library_log.h"
 #include "marlo/ordered_work.h"
 #include "marlo/working_image.h"
-#include "support/log.h"
 #include "support/system.h"
 
 namespace marlo::app {
@@ -84,25 +85,6 @@ private:
     std::condition_variable changed_;
 };
 
-// What the library logs as an error on this thread: the controller logs failures of its plug-ins
-// instead of throwing them.
-thread_local std::string loggedErrors;
-
-void listenToErrors() {
-    log::defaultLogSource().setSink([](const log::Line& line) {
-        if (line.level < log::Level::Error) return;
-        if (!loggedErrors.empty()) loggedErrors += "; ";
-        loggedErrors += line.text;
-    });
-}
-
-void throwLoggedErrors() {
-    if (loggedErrors.empty()) return;
-    const std::string errors = std::exchange(loggedErrors, {});
-    if (errors.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
-    throw std::runtime_error(errors);
-}
-
 void removeMasked(const cv::Mat& mask, const WorkingImage& working,
                   std::vector<Keypoint>& keypoints) {
     const auto isMasked = [&](const Keypoint& keypoint) {
@@ -146,7 +128,7 @@ public:
         Extracted extracted;
         const auto begin = std::chrono::steady_clock::now();
         try {
-            loggedErrors.clear();
+            LibraryLog::clearErrors();
             fill(i, extracted);
         } catch (const std::bad_alloc&) {
             extracted.outOfMemory = true;
@@ -208,7 +190,7 @@ private:
                                        options_.keypoints);
         std::vector<Keypoint> found;
         controller.detect(working.image(), found);
-        throwLoggedErrors();
+        LibraryLog::throwErrors();
         working.keepOneOfEach(found);
         if (!mask.empty()) removeMasked(mask, working, found);
         if (options_.edgeRatio > 0.0) {
@@ -217,7 +199,7 @@ private:
         Features& features = extracted.features;
         if (!found.empty()) {
             controller.select(found, features.keypoints);
-            throwLoggedErrors();
+            LibraryLog::throwErrors();
         }
         allocateDescriptors(features.rows, 0, options_.features == "sift");
         if (features.keypoints.size() > kMostKeypoints) {
@@ -228,7 +210,7 @@ private:
         }
         if (!features.keypoints.empty()) {
             controller.compute(working.image(), features.keypoints, features.rows);
-            throwLoggedErrors();
+            LibraryLog::throwErrors();
         }
         for (Keypoint& keypoint : features.keypoints) {
             const cv::Point2d point = working.inPhotograph(keypoint);
@@ -423,7 +405,8 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
     for (const PhotographFile& file : files.files) names.push_back(file.name);
     const std::vector<Photograph> photographs = project.addPhotographs(names);
 
-    listenToErrors();
+    sayGpuInUse(progress);
+    LibraryLog libraryLog(LibraryLog::Errors::thrown);
     const int threads = options.threads > 0 ? options.threads : system::noLogicalCPUs();
     const auto workers =
         std::clamp<std::size_t>(names.size(), 1, static_cast<std::size_t>(threads));
@@ -440,6 +423,7 @@ Outcome extract(const PhotographFiles& given, const ExtractOptions& options, Pro
         return extractor.run(i);
     };
     const auto consume = [&](std::size_t i, Extracted&& extracted) {
+        libraryLog.sayWarnings(progress);
         Photograph photograph = photographs[i];
         photograph.stamp = extracted.stamp;
         photograph.seconds = extracted.seconds;

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/core/version.hpp>
 #include <sstream>
+#include <vector>
 
 #include "libfeatures/base/kernels_in_use.h"
 #include "libfeatures/descriptors/ldah_codes.h"
@@ -21,6 +22,8 @@ using nlohmann::json;
 json info() {
     std::string gpu;
     cuda::getActiveDeviceString(gpu);
+    std::vector<std::string> gpus;
+    cuda::getDeviceStrings(gpus);
     json kernels = json::object();
     for (const KernelInUse& entry : kernelsInUse()) kernels[entry.step] = entry.kernel;
     return {{"library", libraryVersion()},
@@ -29,6 +32,7 @@ json info() {
             {"processors", system::noLogicalCPUs()},
             {"memory", availableMemory()},
             {"gpu", gpu},
+            {"gpus", gpus},
             {"kernels", kernels},
             {"features", kFeatures},
             {"selectors", kSelectors},
@@ -55,8 +59,9 @@ std::string infoText(const json& info) {
          << "processors   " << info["processors"].get<int>() << "\n"
          << "memory       " << (info["memory"].get<std::uint64_t>() >> 20)
          << " MiB, half of it for photographs unless --memory says otherwise\n"
-         << "GPU          " << info["gpu"].get<std::string>() << "\n"
-         << "kernels\n";
+         << "GPU          " << info["gpu"].get<std::string>() << "\n";
+    for (const json& device : info["gpus"]) text << "    " << device.get<std::string>() << "\n";
+    text << "kernels\n";
     for (const auto& [step, kernel] : info["kernels"].items()) {
         text << "    " << step << ": " << kernel.get<std::string>() << "\n";
     }

@@ -7,7 +7,7 @@
 namespace marlo::app {
 
 /// What this program and this machine can do: versions, kernels chosen, the GPU or why there is
-/// none, plug-ins, limits.
+/// none, all GPUs that there are, plug-ins, limits.
 nlohmann::json info();
 
 /// The same for people.

@@ -17,6 +17,7 @@
 #include "marlo/demo.h"
 #include "marlo/export.h"
 #include "marlo/extract.h"
+#include "marlo/gpu.h"
 #include "marlo/info.h"
 #include "marlo/interruption.h"
 #include "marlo/match.h"
@@ -36,6 +37,7 @@ enum ExitCode {
     kUsage = 2,
     kSomeFailed = 3,
     kOutOfSpace = 4,
+    kNoUsableGpu = 5,
     kSignal = 128,  // and its number: 130 for Ctrl-C, 143 for SIGTERM
 };
 
@@ -48,6 +50,7 @@ struct Arguments {
     std::string folder;
     std::string memory;
     std::string masks;
+    std::string gpu = "auto";
     ExtractOptions extract;
     MatchOptions match;
     VerifyOptions verify;
@@ -90,6 +93,7 @@ void reportOutcome(const std::string& what, const Outcome& outcome, Progress& pr
 
 int runExtract(Arguments& arguments, Progress& progress) {
     checkExtractArguments(arguments);
+    chooseGpu(arguments.gpu, progress);
     const PhotographFiles files = findPhotographs(arguments.photographs, arguments.extract.masks);
     Project project(arguments.folder, Project::Access::write);
     const Outcome outcome = extract(files, arguments.extract, project, progress);
@@ -110,6 +114,8 @@ int runOn(const std::string& what, Outcome (*command)(const Options&, Project&, 
 }
 
 int runMatch(Arguments& arguments, Progress& progress) {
+    chooseGpu(arguments.gpu, progress);
+    arguments.match.gpuIsWanted = arguments.gpu == "on";
     return runOn("match", match, arguments.match, arguments, progress);
 }
 
@@ -120,6 +126,7 @@ int runVerify(Arguments& arguments, Progress& progress) {
 int runAll(Arguments& arguments, Progress& progress) {
     checkExtractArguments(arguments);
     check(arguments.match, arguments.extract.features);
+    chooseGpu(arguments.gpu, progress);
     const PhotographFiles files = findPhotographs(arguments.photographs, arguments.extract.masks);
     Project project(arguments.folder, Project::Access::write);
     const Outcome extracted = extract(files, arguments.extract, project, progress);
@@ -156,6 +163,7 @@ int runAll(Arguments& arguments, Progress& progress) {
 }
 
 int runDemo(Arguments& arguments, Progress& progress) {
+    chooseGpu(arguments.gpu, progress);
     demo(arguments.folder, progress);
     return interruption() != 0 ? kSignal + interruption() : kAllDone;
 }
@@ -236,7 +244,9 @@ public:
             "Begin with `marlo demo`, or `marlo run PHOTOS -o PROJECT`. `marlo COMMAND --help` "
             "says\n"
             "more. Exit codes: 0 all done, 1 nothing usable, 2 usage, 3 some photographs failed,\n"
-            "4 out of memory or disk space, 130 and 143 interrupted (a rerun goes on).");
+            "4 out of memory or disk space, 5 no GPU for --gpu on, 130 and 143 interrupted (a "
+            "rerun\n"
+            "goes on).");
         addDemo();
         addRun();
         addExtract();
@@ -268,6 +278,8 @@ public:
             return fail(
                 "There is not enough memory. Give fewer --threads, or a smaller --max-size.",
                 kOutOfSpace);
+        } catch (const NoUsableGpu& error) {
+            return fail(error.what(), kNoUsableGpu);
         } catch (const Interrupted& error) {
             return fail(error.what(), kSignal + interruption());
         } catch (const SomeLeftOut& error) {
@@ -314,6 +326,15 @@ private:
 
     void addForce(CLI::App* command, bool& force) {
         command->add_flag("--force", force, "do again what is done already");
+    }
+
+    void addGpu(CLI::App* command) {
+        command
+            ->add_option("--gpu", arguments_.gpu,
+                         "auto, use one where there is one; off, use none; on, fail where there is "
+                         "none. Results are the same")
+            ->check(CLI::IsMember(kGpuChoices))
+            ->capture_default_str();
     }
 
     void addExtractOptions(CLI::App* command) {
@@ -417,6 +438,7 @@ private:
         arguments_.folder = "marlo-demo";
         demo->add_option("-o,--output", arguments_.folder, "where everything is written")
             ->capture_default_str();
+        addGpu(demo);
     }
 
     void addRun() {
@@ -427,6 +449,7 @@ private:
         addExtractOptions(run);
         addMatchOptions(run);
         addVerifyOptions(run);
+        addGpu(run);
         run->add_option_function<int>(
                "--threads",
                [this](const int& threads) {
@@ -452,6 +475,7 @@ private:
             "marlo extract photographs -o project --features ldah --keypoints 10000", runExtract);
         addPhotographs(extract);
         addExtractOptions(extract);
+        addGpu(extract);
         addThreads(extract, arguments_.extract.threads);
         addForce(extract, arguments_.extract.force);
     }
@@ -461,6 +485,7 @@ private:
                                     "marlo match project --pairs sequence:5", runMatch);
         addProject(match);
         addMatchOptions(match);
+        addGpu(match);
         addThreads(match, arguments_.match.threads);
         addForce(match, arguments_.match.force);
     }

@@ -22,7 +22,9 @@
 #include "libfeatures/matchers/i_descriptor_matcher.h"
 #include "libfeatures/version.h"
 #include "marlo/descriptor_bytes.h"
+#include "marlo/gpu.h"
 #include "marlo/interruption.h"
+#include "marlo/library_log.h"
 #include "marlo/pair_order.h"
 #include "marlo/recently_used.h"
 #include "marlo/similar_photographs.h"
@@ -33,6 +35,7 @@ namespace marlo::app {
 namespace {
 
 constexpr const char* kMatcherWithoutRatio = "LeftRight";
+constexpr const char* kMatcherWithGpu = "DistFrac";  // for binary rows
 
 PairOfIds ordered(std::int64_t a, std::int64_t b) {
     return a < b ? PairOfIds{a, b} : PairOfIds{b, a};
@@ -137,6 +140,7 @@ std::size_t mostFeatureBytes(const std::vector<Photograph>& photographs) {
 // How rows of one kind are matched.
 struct Way {
     std::unique_ptr<IDescriptorMatcher> matcher;
+    bool onGpu = false;
     std::string stamp;
 };
 
@@ -147,7 +151,10 @@ Way wayFor(const std::string& features, const MatchOptions& options) {
     constexpr float kRatioOfCodes = 0.9F;
     check(options, features);
     Way way;
-    way.matcher = extensibleFactoryInstance<IDescriptorMatcher>().create(options.matcher);
+    way.onGpu = options.matcher == kMatcherWithGpu && features == "ldah" && gpuIsUsable();
+    way.matcher = extensibleFactoryInstance<IDescriptorMatcher>().create(options.matcher +
+                                                                         (way.onGpu ? "Cuda" : ""));
+    // Nothing of the GPU, which has the same matches.
     nlohmann::json parameters = {{"matcher", options.matcher}, {"library", libraryVersion()}};
     if (features == "sift") parameters["distance"] = options.distance;
     if (options.matcher != kMatcherWithoutRatio) {
@@ -162,6 +169,17 @@ Way wayFor(const std::string& features, const MatchOptions& options) {
     }
     way.stamp = parameters.dump();
     return way;
+}
+
+void sayWhereMatched(const std::map<std::string, Way>& ways, const MatchOptions& options,
+                     Progress& progress) {
+    if (std::any_of(ways.begin(), ways.end(), [](const auto& way) { return way.second.onGpu; })) {
+        sayGpuInUse(progress);
+    } else if (options.gpuIsWanted) {
+        progress.warning(
+            "--gpu on: the GPU matches LDAH codes with --matcher DistFrac only; all "
+            "is matched on the CPU");
+    }
 }
 
 std::string tablesOf(const Photograph& photograph) {
@@ -251,6 +269,7 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
     const auto wayOf = [&](std::int64_t id) -> const Way& {
         return ways.at(featuresOf(*byId.at(id)));
     };
+    sayWhereMatched(ways, options, progress);
     // Features that are replaced take their pairs along, so a pair that is there is of these.
     std::set<PairOfIds> done;
     for (const Pair& pair : project.pairs()) {
@@ -259,6 +278,7 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
 
     const ThreadCountGuard keep;
     omp_set_num_threads(options.threads > 0 ? options.threads : system::noLogicalCPUs());
+    LibraryLog libraryLog(LibraryLog::Errors::said);
     RecentlyUsed<Features> cache(memory);
     const bool hellinger = options.distance == "hellinger";
     const auto loaded = [&](std::int64_t id) {
@@ -293,6 +313,7 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
             const auto secondFeatures = loaded(pair.second);
             project.putMatches(pair.first, pair.second,
                                matchPair(*way.matcher, *firstFeatures, *secondFeatures), way.stamp);
+            libraryLog.sayWarnings(progress);
             ++outcome.done;
         }
         progress.advance();

@@ -23,13 +23,16 @@ struct MatchOptions {
     std::optional<float> ratio;
     int threads = 0;     ///< 0: as many as there are
     bool force = false;  ///< also what is done already
+    /// A GPU has been asked for: say so if none of the pairs is matched on it.
+    bool gpuIsWanted = false;
 };
 
 /// What can be wrong with the options before anything is done. `features` is "sift" or "ldah".
 /// @throws std::invalid_argument with a sentence for the user.
 void check(const MatchOptions& options, const std::string& features);
 
-/// Matches pairs of photographs that have features, each pair in one transaction.
+/// Matches pairs of photographs that have features, each pair in one transaction. A usable GPU
+/// compares LDAH codes for the matcher DistFrac; the matches are the same without.
 /// @throws ProjectError, OutOfSpace; std::invalid_argument as check(); std::runtime_error if a list
 ///         of pairs cannot be read or there are no two photographs with features. A pair that
 ///         cannot be matched is reported and counted as failed.

@@ -62,6 +62,14 @@ void Progress::warning(const std::string& text) {
     report("warning: " + text, {{"event", "warning"}, {"text", text}});
 }
 
+void Progress::messageOnce(const std::string& text) {
+    if (saidOnce_.insert(text).second) message(text);
+}
+
+void Progress::warningOnce(const std::string& text) {
+    if (saidOnce_.insert(text).second) warning(text);
+}
+
 void Progress::failed(const std::string& name, const std::string& reason) {
     report("failed: " + name + ": " + reason,
            {{"event", "failed"}, {"name", name}, {"reason", reason}});

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <nlohmann/json_fwd.hpp>
+#include <set>
 #include <string>
 
 namespace marlo::app {
@@ -35,6 +36,9 @@ public:
     /// A line for people, {"event": "message", "text": ...} for programs.
     void message(const std::string& text);
     void warning(const std::string& text);
+    /// The same, but nothing if this has been said already.
+    void messageOnce(const std::string& text);
+    void warningOnce(const std::string& text);
     /// A photograph or a pair that could not be used, and why.
     void failed(const std::string& name, const std::string& reason);
     /// A result: `text` for people, `event` for programs.
@@ -52,6 +56,7 @@ private:
     std::size_t total_ = 0;
     std::size_t done_ = 0;
     bool lineShown_ = false;
+    std::set<std::string> saidOnce_;
     Clock::time_point start_;
     Clock::time_point lastShown_;
 };

@@ -135,6 +135,33 @@ class CommandLineTest(unittest.TestCase):
                                            "matches", "two_view_geometries")])
         self.assertEqual(contents[0], contents[1])
 
+    def test_a_gpu_changes_nothing_but_the_time(self):
+        # Enough codes for a GPU to be asked to compare them.
+        squares = np.random.Generator(np.random.PCG64(3)).uniform(0, 1, (60, 70))
+        image = np.kron(squares, np.ones((6, 6)))
+        for i in range(3):
+            write_pgm(self.photographs / f"{i}.pgm", image[:, 10 * i : 10 * i + 400])
+        for features in ("sift", "ldah"):
+            contents = []
+            for gpu in ("auto", "off"):
+                self.project = self.folder / features / gpu
+                result = self.marlo("run", self.photographs, "-o", self.project, "--features",
+                                    features, "--matcher", "DistFrac", "--gpu", gpu)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertGreater(self.rows("SELECT MIN(rows) FROM keypoints")[0][0], 1024)
+                self.assertGreater(self.rows("SELECT MIN(rows) FROM matches")[0][0], 100)
+                contents.append([self.rows(f"SELECT * FROM {table}")
+                                 for table in ("cameras", "images", "keypoints", "descriptors",
+                                               "matches", "two_view_geometries", "marlo_settings",
+                                               "marlo_features", "marlo_pairs")]
+                                + [self.rows("SELECT stamp FROM marlo_photographs")])
+            self.assertEqual(contents[0], contents[1])
+            # What one has done the other need not.
+            again = self.marlo("run", self.photographs, "-o", self.project, "--features", features,
+                               "--matcher", "DistFrac")
+            for task in ("extract", "match", "verify"):
+                self.assertIn(f"{task}: 0 done, 3 were done already, 0 failed", again.stderr)
+
     def test_a_rerun_does_only_what_is_new_or_changed(self):
         self.write_photographs()
         self.extract()
@@ -281,7 +308,10 @@ class CommandLineTest(unittest.TestCase):
 
     def test_info_and_version_need_nothing(self):
         self.assertEqual(self.marlo("info").returncode, 0)
-        self.assertIn("kernels", json.loads(self.marlo("info", "--json").stdout))
+        info = json.loads(self.marlo("info", "--json").stdout)
+        self.assertIn("kernels", info)
+        for gpu in info["gpus"]:
+            self.assertIn(f"\n    {gpu}\n", self.marlo("info").stdout)
         self.assertIn("libfeatures", self.marlo("--version").stdout)
 
     def test_photographs_on_edges_only_have_fewer_keypoints(self):
@@ -491,6 +521,28 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("rigs and frames", result.stderr)
 
+    def test_a_gpu_that_is_insisted_on_and_missing_exits_with_5_before_anything_is_done(self):
+        self.write_photographs(2)
+        none = {**os.environ, "CUDA_VISIBLE_DEVICES": "-1"}
+        reason = json.loads(self.marlo("info", "--json", env=none).stdout)["gpu"]
+        for command in (("extract", self.photographs, "-o", self.project),
+                        ("run", self.photographs, "-o", self.project),
+                        ("match", self.project), ("demo", "-o", self.project)):
+            result = self.marlo(*command, "--gpu", "on", env=none)
+            self.assertEqual(result.returncode, 5, command)
+            self.assertEqual(result.stderr, f"marlo: --gpu on: {reason}\n", command)
+            self.assertFalse(self.project.exists(), command)
+        result = self.marlo("match", self.project, "--gpu", "on", "--json", env=none)
+        self.assertEqual(json.loads(result.stdout),
+                         {"event": "error", "text": f"--gpu on: {reason}", "code": 5})
+
+    def test_without_a_gpu_none_is_mentioned(self):
+        self.write_photographs(1)
+        result = self.marlo("extract", self.photographs, "-o", self.project,
+                            env={**os.environ, "CUDA_VISIBLE_DEVICES": "-1"})
+        self.assertEqual(result.returncode, 0)
+        self.assertNotIn("GPU", result.stderr)
+
     def test_numbers_that_are_none_are_refused(self):
         for arguments in (("verify", "x", "--max-error", "nan"), ("match", "x", "--ratio", "nan"),
                           ("extract", "x", "-o", "y", "--edge-ratio", "nan"),
@@ -546,9 +598,14 @@ class CommandLineTest(unittest.TestCase):
                           ("extract", self.photographs, "-o", "x", "--keypoints", "0"),
                           ("extract", self.photographs, "-o", self.project, "--memory", "lots"),
                           ("extract", self.photographs, "-o", "x", "--allow-non-spherical"),
+                          ("extract", self.photographs, "-o", self.project, "--gpu", "maybe"),
+                          ("match", "x", "--gpu", "ON"), ("demo", "-o", "x", "--gpu"),
+                          ("verify", "x", "--gpu", "off"),
                           ("show", "panorama", "x"), ("show", "panorama", "x", "a", "b"),
                           ("export", "x", "--to", "paper")):
             self.assertEqual(self.marlo(*arguments).returncode, 2, arguments)
+        self.assertIn("--gpu: maybe not in {auto,off,on}",
+                      self.marlo("match", "x", "--gpu", "maybe").stderr)
 
     def test_every_command_s_help_has_an_example(self):
         for command in ("demo", "run", "extract", "match", "verify", "show", "export", "info"):

@@ -7,7 +7,9 @@
 
 #include <Eigen/Geometry>
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <numbers>
 #include <opencv2/core.hpp>
@@ -19,9 +21,15 @@
 #include "apps/marlo/made_images.h"
 #include "apps/marlo/material.h"
 #include "apps/marlo/scratch.h"
+#include "libfeatures/base/cuda_exceptions.h"
+#include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/registration.h"
+#include "libfeatures/base/sift_ldah_base_params.h"
 #include "libfeatures/descriptors/ldah_codes.h"
+#include "libfeatures/descriptors/sift_ldah_descriptor.h"
+#include "libfeatures/detectors/features_2d_sift_ldah.h"
 #include "marlo/descriptor_bytes.h"
+#include "stand_in/marlocuda_stand_in.h"
 #include "utilities/synthetic_images.h"
 
 namespace marlo::app {
@@ -37,6 +45,7 @@ using test::ScratchFolder;
 using test::writeBytes;
 using test::writePng;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 // Amounts of memory.
@@ -737,6 +746,123 @@ TEST_F(ExtractTest, OtherFeaturesAreRefusedUnlessForced) {
     EXPECT_EQ(run().done, 1U);
     EXPECT_EQ(project.setting("features"), "ldah");
     EXPECT_EQ(project.features(1).rows.cols, 16);
+}
+
+// On a GPU.
+
+// A detector that the GPU fails.
+class FailingDetector : public IKeypointDetector, public SiftLdahBaseParams {
+public:
+    [[nodiscard]] std::unique_ptr<IKeypointDetector> clone() const override {
+        return std::make_unique<FailingDetector>();
+    }
+    [[nodiscard]] bool hasOrientations() const override { return true; }
+    [[nodiscard]] bool supportsIntImages() const override { return false; }
+    [[nodiscard]] bool supportsFloatImages() const override { return true; }
+    void detect(const ByteImage&, std::vector<Keypoint>&) override { throw cuda::CudaException(); }
+    void detect(const FloatImage&, std::vector<Keypoint>&) override {
+        throw cuda::CudaNoResourcesException();
+    }
+};
+
+class GpuExtractTest : public ExtractTest {
+protected:
+    GpuExtractTest() {
+        gpu.reset();
+        for (const std::uint32_t seed : {1U, 2U, 3U, 4U, 5U}) {
+            writePhotograph(std::to_string(seed) + ".png", seed);
+        }
+    }
+    ~GpuExtractTest() override { gpu.reset(); }
+
+    // One that finds and describes what the CPU does.
+    void haveGpu() {
+        gpu.featureAvailable = gpu.gpusAvailable = true;
+        gpu.activeDevice = "two-core test GPU";
+        detectOnGpuWith([this] {
+            ++detectorsOnGpu;
+            return Features2dSiftLdah::createDetectorSIFT();
+        });
+        extensibleFactoryInstance<IDescriptorExtractor>().registerType(
+            "SIFTCuda", Features2dSiftLdah::createDescriptorSIFT);
+    }
+
+    static void detectOnGpuWith(const ExtensibleFactory<IKeypointDetector>::Creator& creator) {
+        extensibleFactoryInstance<IKeypointDetector>().registerType("SIFTCuda", creator);
+    }
+
+    void haveGpuThatFails() {
+        haveGpu();
+        detectOnGpuWith([] { return std::make_unique<FailingDetector>(); });
+        extensibleFactoryInstance<IDescriptorExtractor>().registerType(
+            "SIFTCuda", SiftLdahDescriptor::createDescriptorSIFT);
+        gpu.gradientPyramid.status = 3;
+    }
+
+    // All that the database says of photographs, but the time.
+    [[nodiscard]] std::vector<std::string> stampsAndReasons() const {
+        std::vector<std::string> all;
+        for (const Photograph& one : project.photographs()) {
+            EXPECT_EQ(one.status, PhotographStatus::done);
+            all.push_back(one.stamp + one.reason);
+        }
+        return all;
+    }
+
+    test::StandIn& gpu = test::StandIn::instance();
+    std::atomic<int> detectorsOnGpu = 0;
+};
+
+TEST_F(GpuExtractTest, UsableGpuIsUsedAndSaid) {
+    haveGpu();
+    EXPECT_EQ(run().done, 5U);
+    EXPECT_EQ(detectorsOnGpu, 5);
+    EXPECT_THAT(said.str(), StartsWith("GPU: two-core test GPU\n"));
+}
+
+TEST_F(GpuExtractTest, WithoutOneNoGpuIsMentioned) {
+    run();
+    EXPECT_THAT(said.str(), Not(HasSubstr("GPU")));
+}
+
+TEST_F(GpuExtractTest, WhatWasExtractedOnAGpuIsNotExtractedAgainWithoutOneNorTheOtherWay) {
+    haveGpu();
+    run();
+    const std::vector<std::string> onGpu = stampsAndReasons();
+    gpu.gpusAvailable = false;
+    EXPECT_EQ(run().skipped, 5U);
+    options.force = true;
+    run();
+    EXPECT_EQ(stampsAndReasons(), onGpu);
+    EXPECT_EQ(detectorsOnGpu, 5);
+    gpu.gpusAvailable = true;
+    options.force = false;
+    EXPECT_EQ(run().skipped, 5U);
+}
+
+TEST_F(GpuExtractTest, FailureOfTheGpuIsOneWarningForAllPhotographsAndNoError) {
+    haveGpuThatFails();
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 5U);
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_EQ(gpu.calls<test::GradientPyramidCall>().size(), 5U);
+    const std::string start =
+        "warning: the GPU failed, and the CPU does its work, with the same results: ";
+    for (const char* const cause :
+         {"Not enough resources for the detector.", "Cuda processing error."}) {
+        const std::string warning = start + cause + "\n";
+        const std::size_t at = said.str().find(warning);
+        ASSERT_NE(at, std::string::npos) << said.str();
+        EXPECT_EQ(said.str().find(warning, at + 1), std::string::npos) << said.str();
+    }
+    EXPECT_THAT(said.str(), Not(HasSubstr("failed:")));
+    const std::vector<std::string> features = everything();
+    const std::vector<std::string> stamps = stampsAndReasons();
+    gpu.gpusAvailable = false;
+    options.force = true;
+    run();
+    EXPECT_EQ(everything(), features);
+    EXPECT_EQ(stampsAndReasons(), stamps);
 }
 
 // Folders.

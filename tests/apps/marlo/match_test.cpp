@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -15,11 +16,14 @@
 
 #include "apps/marlo/material.h"
 #include "apps/marlo/scratch.h"
+#include "libfeatures/base/extensible_factory.h"
 #include "libfeatures/base/registration.h"
 #include "libfeatures/histogram/random_descriptors.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac.h"
 #include "libfeatures/matchers/desc_matcher_dist_frac_mutual.h"
 #include "libfeatures/matchers/desc_matcher_left_right.h"
+#include "stand_in/marlocuda_stand_in.h"
+#include "support/log.h"
 #include "utilities/matching_cases.h"
 
 namespace marlo::app {
@@ -33,6 +37,8 @@ using test::ScratchFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 using Ids = std::pair<std::int64_t, std::int64_t>;
 
 constexpr const char* kSift = R"({"features": "sift"})";
@@ -644,6 +650,126 @@ TEST_F(MatchResultsTest, PhotographWithoutKeypointsHasNoMatches) {
     EXPECT_EQ(project.matches(1, 2).matches.rows(), 0);
     EXPECT_THAT(project.matches(1, 2).scores, IsEmpty());
     EXPECT_EQ(run().skipped, 1U);
+}
+
+// On a GPU.
+
+class GpuMatchTest : public MatchResultsTest {
+protected:
+    // The matcher of the GPU, but for the GPU.
+    class Matcher : public DescMatcherDistFrac {
+    public:
+        explicit Matcher(GpuMatchTest& test) : test_(test) {}
+
+        [[nodiscard]] std::vector<DMatch> match(const DescMat& query,
+                                                const DescMat& train) const override {
+            ++test_.calls;
+            if (!test_.failure.empty()) {
+                log::LogStreamer(log::defaultLogSource(), log::Level::Warning) << test_.failure;
+            }
+            return DescMatcherDistFrac::match(query, train);
+        }
+
+    private:
+        GpuMatchTest& test_;
+    };
+
+    GpuMatchTest() {
+        gpu.reset();
+        extensibleFactoryInstance<IDescriptorMatcher>().registerType(
+            "DistFracCuda", [this] { return std::make_unique<Matcher>(*this); });
+        options.matcher = "DistFrac";
+        addCodes();
+    }
+    ~GpuMatchTest() override { gpu.reset(); }
+
+    void haveGpu() {
+        gpu.featureAvailable = gpu.gpusAvailable = true;
+        gpu.activeDevice = "two-core test GPU";
+    }
+
+    test::StandIn& gpu = test::StandIn::instance();
+    int calls = 0;  // of the GPU's matcher
+    std::string failure;
+};
+
+TEST_F(GpuMatchTest, CodesAreMatchedOnAUsableGpuWithTheSameParametersAndMatches) {
+    haveGpu();
+    expectMatches(withRatio<DescMatcherDistFrac>().match(firstRows(), secondRows()), 20);
+    EXPECT_EQ(calls, 1);
+    EXPECT_THAT(said.str(), StartsWith("GPU: two-core test GPU\n"));
+}
+
+TEST_F(GpuMatchTest, WithoutAUsableGpuTheyAreMatchedOnTheCpu) {
+    gpu.featureAvailable = true;
+    EXPECT_EQ(run().done, 1U);
+    gpu.featureAvailable = false;
+    gpu.gpusAvailable = true;
+    options.force = true;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(calls, 0);
+    EXPECT_THAT(said.str(), Not(HasSubstr("GPU")));
+}
+
+TEST_F(GpuMatchTest, OtherMatchersStayOnTheCpu) {
+    haveGpu();
+    for (const char* const matcher : {"DistFracMutual", "LeftRight"}) {
+        options.matcher = matcher;
+        EXPECT_EQ(run().done, 1U);
+    }
+    EXPECT_EQ(calls, 0);
+    EXPECT_THAT(said.str(), Not(HasSubstr("GPU")));
+}
+
+TEST_F(GpuMatchTest, FloatsStayOnTheCpu) {
+    haveGpu();
+    add("c.jpg", test::rowsOfFloats(128, {0.5F}), kSift);
+    add("d.jpg", test::rowsOfFloats(128, {0.25F, 1.0F}), kSift);
+    list("c.jpg d.jpg\n");
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(GpuMatchTest, WhatWasMatchedOnAGpuIsNotMatchedAgainWithoutOneNorTheOtherWay) {
+    haveGpu();
+    run();
+    const std::string stamp = project.pairs().front().matchStamp;
+    gpu.gpusAvailable = false;
+    EXPECT_EQ(run().skipped, 1U);
+    options.force = true;
+    run();
+    EXPECT_EQ(project.pairs().front().matchStamp, stamp);
+    gpu.gpusAvailable = true;
+    options.force = false;
+    EXPECT_EQ(run().skipped, 1U);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(GpuMatchTest, GpuThatIsWantedButMatchesNothingIsMentioned) {
+    haveGpu();
+    options.gpuIsWanted = true;
+    run();
+    EXPECT_THAT(said.str(), Not(HasSubstr("warning")));
+    options.matcher = "DistFracMutual";
+    run();
+    EXPECT_THAT(said.str(), HasSubstr("warning: --gpu on: the GPU matches LDAH codes with "
+                                      "--matcher DistFrac only; all is matched on the CPU\n"));
+}
+
+TEST_F(GpuMatchTest, FailureOfTheGpuIsOneWarningForAllPairs) {
+    haveGpu();
+    failure = "CudaException catch : Cuda processing error.";
+    add("c.jpg", codes(20, 0, 19));
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.done, 3U);
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_EQ(calls, 3);
+    const std::string warning =
+        "warning: the GPU failed, and the CPU does its work, with the same results: Cuda "
+        "processing error.\n";
+    const std::size_t at = said.str().find(warning);
+    ASSERT_NE(at, std::string::npos) << said.str();
+    EXPECT_EQ(said.str().find("warning", at + 1), std::string::npos) << said.str();
 }
 
 }  // namespace

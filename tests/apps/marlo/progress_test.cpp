@@ -90,6 +90,17 @@ TEST(ProgressTest, LinesHoldMessagesAsTheyAre) {
     EXPECT_EQ(out.str(), "two photographs\nwarning: one is dark\nfailed: a.jpg: is empty\n");
 }
 
+TEST(ProgressTest, WhatIsToBeSaidOnceIsSaidOnce) {
+    std::ostringstream out;
+    Progress progress(out, Progress::Form::lines);
+    for (int i = 0; i < 2; ++i) {
+        progress.messageOnce("GPU: one");
+        progress.warningOnce("it is slow");
+        progress.warningOnce("it is hot");
+    }
+    EXPECT_EQ(out.str(), "GPU: one\nwarning: it is slow\nwarning: it is hot\n");
+}
+
 TEST(ProgressTest, TaskOfNothingSaysNothing) {
     std::ostringstream out;
     {

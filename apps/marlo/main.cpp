@@ -36,9 +36,8 @@ enum ExitCode {
     kNothingUsable = 1,
     kUsage = 2,
     kSomeFailed = 3,
-    kOutOfSpace = 4,
-    kNoUsableGpu = 5,
-    kSignal = 128,  // and its number: 130 for Ctrl-C, 143 for SIGTERM
+    kNotOnThisMachine = 4,  // too little memory or disk space, or no GPU although one is wanted
+    kSignal = 128,          // and its number: 130 for Ctrl-C, 143 for SIGTERM
 };
 
 constexpr std::size_t kRunPictures = 8;
@@ -244,9 +243,8 @@ public:
             "Begin with `marlo demo`, or `marlo run PHOTOS -o PROJECT`. `marlo COMMAND --help` "
             "says\n"
             "more. Exit codes: 0 all done, 1 nothing usable, 2 usage, 3 some photographs failed,\n"
-            "4 out of memory or disk space, 5 no GPU for --gpu on, 130 and 143 interrupted (a "
-            "rerun\n"
-            "goes on).");
+            "4 out of memory or disk space, or no GPU for --gpu on, 130 and 143 interrupted (a\n"
+            "rerun goes on).");
         addDemo();
         addRun();
         addExtract();
@@ -273,13 +271,13 @@ public:
         try {
             return command_(progress);
         } catch (const OutOfSpace& error) {
-            return fail(error.what(), kOutOfSpace);
+            return fail(error.what(), kNotOnThisMachine);
         } catch (const std::bad_alloc&) {
             return fail(
                 "There is not enough memory. Give fewer --threads, or a smaller --max-size.",
-                kOutOfSpace);
+                kNotOnThisMachine);
         } catch (const NoUsableGpu& error) {
-            return fail(error.what(), kNoUsableGpu);
+            return fail(error.what(), kNotOnThisMachine);
         } catch (const Interrupted& error) {
             return fail(error.what(), kSignal + interruption());
         } catch (const SomeLeftOut& error) {

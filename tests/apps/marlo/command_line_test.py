@@ -521,7 +521,7 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("rigs and frames", result.stderr)
 
-    def test_a_gpu_that_is_insisted_on_and_missing_exits_with_5_before_anything_is_done(self):
+    def test_a_gpu_that_is_insisted_on_and_missing_exits_with_4_before_anything_is_done(self):
         self.write_photographs(2)
         none = {**os.environ, "CUDA_VISIBLE_DEVICES": "-1"}
         reason = json.loads(self.marlo("info", "--json", env=none).stdout)["gpu"]
@@ -529,12 +529,12 @@ class CommandLineTest(unittest.TestCase):
                         ("run", self.photographs, "-o", self.project),
                         ("match", self.project), ("demo", "-o", self.project)):
             result = self.marlo(*command, "--gpu", "on", env=none)
-            self.assertEqual(result.returncode, 5, command)
+            self.assertEqual(result.returncode, 4, command)
             self.assertEqual(result.stderr, f"marlo: --gpu on: {reason}\n", command)
             self.assertFalse(self.project.exists(), command)
         result = self.marlo("match", self.project, "--gpu", "on", "--json", env=none)
         self.assertEqual(json.loads(result.stdout),
-                         {"event": "error", "text": f"--gpu on: {reason}", "code": 5})
+                         {"event": "error", "text": f"--gpu on: {reason}", "code": 4})
 
     def test_without_a_gpu_none_is_mentioned(self):
         self.write_photographs(1)

@@ -29,6 +29,16 @@ else()
     set(objection "cannot read the version of ${nvcc}")
   elseif(CMAKE_MATCH_1 VERSION_LESS 12.0)
     set(objection "needs CUDA 12 or newer, and ${nvcc} is of CUDA ${CMAKE_MATCH_1}")
+  else()
+    # Each version knows some versions of some compilers.
+    file(WRITE ${CMAKE_BINARY_DIR}/CMakeFiles/empty.cu "")
+    execute_process(
+        COMMAND ${nvcc} -ccbin ${CMAKE_CXX_COMPILER} -std=c++20 -E
+            ${CMAKE_BINARY_DIR}/CMakeFiles/empty.cu
+        RESULT_VARIABLE status OUTPUT_QUIET ERROR_QUIET)
+    if(NOT status EQUAL 0)
+      set(objection "cannot use ${CMAKE_CXX_COMPILER} with ${nvcc}")
+    endif()
   endif()
 endif()
 if(objection)

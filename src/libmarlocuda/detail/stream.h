@@ -38,7 +38,7 @@ public:
 
 private:
     void prepareLaunch(long long blocks) const;
-    void checkLaunch() const;
+    void checkLaunch(int error) const;  // a cudaError_t
 
     void* handle_ = nullptr;
 };
@@ -57,9 +57,11 @@ template <typename Kernel>
 void Stream::launch(long long blocks, const Kernel& kernel) {
     if (blocks == 0) return;
     prepareLaunch(blocks);
-    runKernel<<<static_cast<unsigned>(blocks), Kernel::kThreads, 0,
-                static_cast<cudaStream_t>(handle_)>>>(kernel);
-    checkLaunch();
+    // Unlike <<<>>> it returns its own error, not one that the host has left behind.
+    void* arguments[] = {const_cast<Kernel*>(&kernel)};
+    checkLaunch(cudaLaunchKernel(runKernel<Kernel>, dim3(static_cast<unsigned>(blocks)),
+                                 dim3(Kernel::kThreads), arguments, 0,
+                                 static_cast<cudaStream_t>(handle_)));
 }
 
 #else
@@ -73,7 +75,6 @@ void Stream::launch(long long blocks, const Kernel& kernel) {
         typename Kernel::Shared shared;
         kernel(Block<Kernel::kThreads>{CpuOrder::place(i, count), count}, shared);
     }
-    checkLaunch();
 }
 
 #endif

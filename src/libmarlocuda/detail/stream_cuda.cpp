@@ -79,8 +79,8 @@ void Stream::prepareLaunch(long long blocks) const {
     }
 }
 
-void Stream::checkLaunch() const {
-    check(cudaGetLastError(), "cannot run a kernel");
+void Stream::checkLaunch(int error) const {
+    check(static_cast<cudaError_t>(error), "cannot run a kernel");
 }
 
 }  // namespace marlo::gpu

@@ -135,6 +135,4 @@ void Stream::prepareLaunch(long long blocks) const {
     test::operate();
 }
 
-void Stream::checkLaunch() const {}
-
 }  // namespace marlo::gpu

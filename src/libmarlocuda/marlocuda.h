@@ -92,8 +92,8 @@ MARLOCUDA_EXPORT int mlcGradientPyramid(const float* image, std::uint64_t rows, 
 /// For every query row the nearest train row by Hamming distance, that distance, and the
 /// second-smallest distance. Ties go to the lowest train row; a second row at the same distance
 /// is the second-nearest; where there is but one train row the second distance is 0xffffffff. Rows
-/// are `rowBytes` bytes long and stored without padding; each output has `queryRows` entries that
-/// the caller has set to 0.
+/// are `rowBytes` bytes long (8, 16, 32, 64 or 128) and stored without padding; each output has
+/// `queryRows` entries that the caller has set to 0.
 MARLOCUDA_EXPORT int mlcHammingDistance(const void* queryData, int queryRows, const void* trainData,
                                         int trainRows, unsigned int* bestIndex,
                                         unsigned int* bestDistance, unsigned int* secondDistance,

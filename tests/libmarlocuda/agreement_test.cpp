@@ -86,6 +86,20 @@ TEST_F(AgreementTest, FindsNothingInAConstantImage) {
     EXPECT_TRUE(gpuKeypoints(FloatImage::Constant(100, 100, 77.0F)).empty());
 }
 
+TEST_F(AgreementTest, FindsTheKeypointsThatRoundingMakesOfEvenAreas) {
+    // They are many and lie anywhere: differences of exactly zero, several candidates that end at
+    // one pixel, moves along the borders.
+    for (const auto& [dark, bright] : {std::array{0.0F, 65535.0F}, {-3.0e4F, 2.0e4F}}) {
+        for (const auto& [rows, cols] :
+             {std::array{28, 84}, {84, 28}, {36, 176}, {176, 36}, {30, 69}, {69, 30}, {121, 146}}) {
+            SCOPED_TRACE(sizeText(rows, cols));
+            const FloatImage disc = discImage(rows, cols, dark, bright);
+            ASSERT_FALSE(cpuKeypoints(disc).empty());
+            expectCpuKeypoints(disc);
+        }
+    }
+}
+
 TEST_F(AgreementTest, FindsTheKeypointsAroundPixelsThatAreNoNumbers) {
     FloatImage image = photographLikeImage(160, 190, 8) * 255.0F;
     image(40, 50) = std::numeric_limits<float>::quiet_NaN();

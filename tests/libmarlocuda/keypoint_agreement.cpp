@@ -12,6 +12,18 @@
 
 namespace marlo::test {
 
+FloatImage discImage(int rows, int cols, float dark, float bright) {
+    FloatImage image = FloatImage::Constant(rows, cols, dark);
+    for (int r = 0; r < rows; ++r) {
+        for (int c = 0; c < cols; ++c) {
+            const int dr = r - rows / 2;
+            const int dc = c - cols / 2;
+            if (dr * dr + dc * dc < rows * cols / 20) image(r, c) = bright;
+        }
+    }
+    return image;
+}
+
 std::vector<Keypoint> cpuKeypoints(const FloatImage& image) {
     const auto detector = Features2dSiftLdah::createDetectorLDAH();
     setFeaDetSiftLdahParams(detector.get(), 1.0F);

@@ -9,6 +9,10 @@
 
 namespace marlo::test {
 
+/// A disc in the middle of an image. With values in the ten thousands rounding alone makes
+/// keypoints of its even areas: they are many, and several candidates end at one pixel.
+FloatImage discImage(int rows, int cols, float dark, float bright);
+
 /// The keypoints of the CPU's detector, in pixels of the image and in its order.
 std::vector<Keypoint> cpuKeypoints(const FloatImage& image);
 

@@ -18,8 +18,7 @@ namespace marlo {
 /// The GPU is asked where it pays and can read the rows: binary rows, at least 1024 on either side,
 /// of one width and stored without gaps. Everything else, and what the GPU fails at, goes to the
 /// CPU without a word, and what DescMatcherDistFrac says about the number of threads holds then;
-/// kernelName() tells which of the two it was. The GPU takes rows of any width, also of those that
-/// the CPU has no kernel for.
+/// kernelName() tells which of the two it was.
 ///
 /// Use an object from one thread at a time: match() records the kernel that it used.
 class FEATURES_EXPORT DescMatcherDistFracCuda : public DescMatcherDistFrac {

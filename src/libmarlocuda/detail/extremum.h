@@ -60,9 +60,11 @@ struct Offset {
     float level, row, col;
 };
 MARLO_GPU_FUNCTION inline Offset solveForOffset(float (&a)[3][4]) {
+    MARLO_GPU_UNROLL
     for (int k = 0; k < 2; ++k) {
         int pivot = k;
         float largest = fabsf(a[k][k]);
+        MARLO_GPU_UNROLL
         for (int i = k + 1; i < 3; ++i) {
             if (fabsf(a[i][k]) > largest) {
                 largest = fabsf(a[i][k]);
@@ -70,16 +72,20 @@ MARLO_GPU_FUNCTION inline Offset solveForOffset(float (&a)[3][4]) {
             }
         }
         // Rows are named by constants, so that the matrix can stay in registers.
+        MARLO_GPU_UNROLL
         for (int i = k + 1; i < 3; ++i) {
             if (pivot != i) continue;
+            MARLO_GPU_UNROLL
             for (int j = 0; j < 4; ++j) {
                 const float swapped = a[i][j];
                 a[i][j] = a[k][j];
                 a[k][j] = swapped;
             }
         }
+        MARLO_GPU_UNROLL
         for (int i = k + 1; i < 3; ++i) {
             const float factor = a[i][k] / a[k][k];
+            MARLO_GPU_UNROLL
             for (int j = k + 1; j < 4; ++j) a[i][j] = a[i][j] - factor * a[k][j];
         }
     }

@@ -8,3 +8,11 @@
 #else
 #define MARLO_GPU_FUNCTION
 #endif
+
+/// Before loops over an array that is to stay in a GPU's registers: unrolled they name its elements
+/// by constants.
+#if defined(__CUDA_ARCH__)
+#define MARLO_GPU_UNROLL _Pragma("unroll")
+#else
+#define MARLO_GPU_UNROLL
+#endif

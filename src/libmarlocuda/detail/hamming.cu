@@ -75,7 +75,8 @@ struct SearchKernel {
         const int chunk = block.index / queryBlocks;
         const int firstQuery = block.index % queryBlocks * kQueriesOfBlock;
         const int begin = chunk * rowsOfChunk;
-        const int end = trainRows - begin < rowsOfChunk ? trainRows : begin + rowsOfChunk;
+        // Counted from `begin`: train rows may be as many as an int can count.
+        const int chunkRows = trainRows - begin < rowsOfChunk ? trainRows - begin : rowsOfChunk;
         PerThread<Queries, kThreads> perThread;
         block.forEachThread([&](int t) {
             Queries& queries = perThread[t];
@@ -85,16 +86,16 @@ struct SearchKernel {
                 queries.nearest[k] = {kNone, kNone};
             }
         });
-        for (int first = begin; first < end; first += kTileRows) {
-            const int rows = end - first < kTileRows ? end - first : kTileRows;
+        for (int first = 0; first < chunkRows; first += kTileRows) {
+            const int rows = chunkRows - first < kTileRows ? chunkRows - first : kTileRows;
             block.forEachThread([&](int t) {
-                for (int i = t; i < rows; i += kThreads) shared.train[i] = train[first + i];
+                for (int i = t; i < rows; i += kThreads) shared.train[i] = train[begin + first + i];
             });
             block.forEachThread([&](int t) {
                 Queries& queries = perThread[t];
                 for (int i = 0; i < rows; ++i) {
                     const Row<Words> row = shared.train[i];
-                    const auto place = static_cast<unsigned>(first - begin + i);
+                    const auto place = static_cast<unsigned>(first + i);
                     for (int k = 0; k < kQueries; ++k) {
                         const unsigned distance = hammingDistance(queries.rows[k], row);
                         queries.nearest[k].add((distance << kIndexBits) + place);

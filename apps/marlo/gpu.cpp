@@ -36,8 +36,15 @@ void chooseGpu(const std::string& choice, Progress& progress) {
     } else if (choice != "auto") {
         throw UsageError("--gpu is auto, off or on, not '" + choice + "'");
     } else if (!gpuIsUsable() && anyGpuIsFound()) {
-        progress.message("No GPU is used: " + activeDevice());
+        std::string reason = activeDevice();
+        if (reason.starts_with("no GPU: ")) reason.erase(0, std::string("no GPU: ").size());
+        progress.message("No GPU is used: " + reason);
     }
+}
+
+std::string gpuFailureText(const std::string& cause) {
+    return "the GPU failed, and the CPU does its work: " + (cause.empty() ? "" : cause + " ") +
+           "(" + activeDevice() + ")";
 }
 
 void sayGpuInUse(Progress& progress) {

@@ -23,6 +23,10 @@ bool gpuIsUsable();
 /// @throws NoUsableGpu with the reason if `choice` is "on"; UsageError if it is another word.
 void chooseGpu(const std::string& choice, Progress& progress);
 
+/// What the user is told where the GPU fails: that the CPU does its work, and why. To be called by
+/// the thread whose call failed; `cause` is what the library said of it, if it said anything.
+std::string gpuFailureText(const std::string& cause);
+
 /// Says which GPU is used, once for a command. Nothing if none can be used.
 void sayGpuInUse(Progress& progress);
 

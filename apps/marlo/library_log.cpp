@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "marlo/gpu.h"
+
 namespace marlo::app {
 namespace {
 
@@ -42,13 +44,10 @@ void LibraryLog::take(const log::Line& line) {
     }
     const std::optional<std::string> failure = gpuFailure(line.text);
     if (!failure && line.level < log::Level::Warning) return;
-    std::string warning = failure ? "the GPU failed, and the CPU does its work, with the same "
-                                    "results: " +
-                                        *failure
-                                  : line.text;
+    std::string warning = failure ? gpuFailureText(*failure) : line.text;
     const std::lock_guard<std::mutex> lock(mutex_);
-    // A failing GPU has the same line for each photograph, and there may be many before one is
-    // said.
+    // A failing GPU has the same line for each photograph, if with other numbers.
+    if (failure && !gpuFailures_.insert(*failure).second) return;
     if (std::find(warnings_.begin(), warnings_.end(), warning) == warnings_.end()) {
         warnings_.push_back(std::move(warning));
     }

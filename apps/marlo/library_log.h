@@ -2,6 +2,7 @@
 #pragma once
 
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,7 @@ private:
     Errors errors_;
     std::mutex mutex_;
     std::vector<std::string> warnings_;  // not said yet
+    std::set<std::string> gpuFailures_;  // that there has been a warning for
 };
 
 }  // namespace marlo::app

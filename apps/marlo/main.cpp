@@ -328,9 +328,10 @@ private:
 
     void addGpu(CLI::App* command) {
         command
-            ->add_option("--gpu", arguments_.gpu,
-                         "auto, use one where there is one; off, use none; on, fail where there is "
-                         "none. Results are the same")
+            ->add_option(
+                "--gpu", arguments_.gpu,
+                "auto: use a GPU if one is usable; off: never; on: fail without one. Results "
+                "are the same to rounding")
             ->check(CLI::IsMember(kGpuChoices))
             ->capture_default_str();
     }

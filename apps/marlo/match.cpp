@@ -171,6 +171,15 @@ Way wayFor(const std::string& features, const MatchOptions& options) {
     return way;
 }
 
+// The matcher of the GPU says nothing when it goes to the CPU: because the GPU failed, if there are
+// rows enough for it.
+bool gpuHasFailed(const IDescriptorMatcher& matcher, const Features& first,
+                  const Features& second) {
+    constexpr int kFewestRowsForGpu = 1024;
+    return first.rows.rows >= kFewestRowsForGpu && second.rows.rows >= kFewestRowsForGpu &&
+           matcher.kernelName().startsWith(QLatin1String("CPU"));
+}
+
 void sayWhereMatched(const std::map<std::string, Way>& ways, const MatchOptions& options,
                      Progress& progress) {
     if (std::any_of(ways.begin(), ways.end(), [](const auto& way) { return way.second.onGpu; })) {
@@ -293,6 +302,7 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
             },
             bytesOf);
     };
+    bool failureSaid = false;
     progress.begin("match", "pairs", wanted.size());
     for (const PairOfIds& pair : wanted) {
         if (interruption() != 0) {
@@ -314,6 +324,11 @@ Outcome match(const MatchOptions& options, Project& project, Progress& progress)
             project.putMatches(pair.first, pair.second,
                                matchPair(*way.matcher, *firstFeatures, *secondFeatures), way.stamp);
             libraryLog.sayWarnings(progress);
+            if (way.onGpu && !failureSaid &&
+                gpuHasFailed(*way.matcher, *firstFeatures, *secondFeatures)) {
+                progress.warning(gpuFailureText({}));
+                failureSaid = true;
+            }
             ++outcome.done;
         }
         progress.advance();

@@ -273,6 +273,9 @@ void getDeviceStrings(std::vector<std::string>& descriptions) {
         const std::string reason = objectionTo(device);
         descriptions.push_back(textOf(device) + (reason.empty() ? "" : ", not usable: " + reason));
     }
+    if (allDevices().driverFails) {
+        descriptions.push_back("unknown GPU, not usable: " + allDevices().reason);
+    }
 }
 
 void setProcessingEnabled(bool enabled) {

@@ -43,7 +43,7 @@ MARLOCUDA_EXPORT bool gpusAvailableForProcessing();
 MARLOCUDA_EXPORT void getActiveDeviceString(std::string& description);
 
 /// Replaces `descriptions` by one line for people on each GPU that was found: what it is, and
-/// whether it can be used or why not.
+/// whether it can be used or why not. One line where the driver cannot list them (too old, say).
 MARLOCUDA_EXPORT void getDeviceStrings(std::vector<std::string>& descriptions);
 
 /// Lets this process use a GPU (as it may at first) or not, from now on and for all threads. While

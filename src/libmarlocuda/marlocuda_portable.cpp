@@ -3,8 +3,7 @@
 
 namespace {
 
-// A processing error, never "not enough resources" (1 and 2): more memory would not help.
-constexpr int kNoGpuSupport = 3;
+constexpr int kNoUsableGpu = 1;  // as in the variant with CUDA where there is none
 
 }  // namespace
 
@@ -36,28 +35,28 @@ std::uint64_t mlcMaximumKeypointsLDAH(std::uint64_t /*rows*/, std::uint64_t /*co
 
 int mlcDetectLdah(const float* /*data*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
                   marlo::Keypoint* /*keypoints*/, std::uint64_t* /*count*/) {
-    return kNoGpuSupport;
+    return kNoUsableGpu;
 }
 
 int mlcGradient(const float* /*src*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
                 float* /*magnitude*/, float* /*orientation*/) {
-    return kNoGpuSupport;
+    return kNoUsableGpu;
 }
 
 int mlcGaussianFilter(float* /*data*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
                       double /*sigma*/) {
-    return kNoGpuSupport;
+    return kNoUsableGpu;
 }
 
 int mlcGradientPyramid(const float* /*image*/, std::uint64_t /*rows*/, std::uint64_t /*cols*/,
                        float** /*magnitudes*/, float** /*orientations*/, int /*lastOctave*/,
                        double /*initialSigma*/, int /*levelsPerOctave*/) {
-    return kNoGpuSupport;
+    return kNoUsableGpu;
 }
 
 int mlcHammingDistance(const void* /*queryData*/, int /*queryRows*/, const void* /*trainData*/,
                        int /*trainRows*/, unsigned int* /*bestIndex*/,
                        unsigned int* /*bestDistance*/, unsigned int* /*secondDistance*/,
                        std::size_t /*rowBytes*/) {
-    return kNoGpuSupport;
+    return kNoUsableGpu;
 }

@@ -45,7 +45,7 @@ TEST(MarlocudaPortableTest, DetectsNoKeypoints) {
     Keypoint keypoint(kUntouched, kUntouched);
     std::uint64_t count = kUntouchedCount;
     const int status = mlcDetectLdah(image.data(), 2, 2, &keypoint, &count);
-    EXPECT_THAT(status, testing::AllOf(testing::Ne(0), testing::Ne(1), testing::Ne(2)));
+    EXPECT_EQ(status, 1);
     EXPECT_EQ(keypoint.x, kUntouched);
     EXPECT_EQ(count, kUntouchedCount);
 }
@@ -56,14 +56,14 @@ TEST(MarlocudaPortableTest, GradientFailsAndLeavesItsOutputs) {
     std::array<float, 4> orientation{};
     magnitude.fill(kUntouched);
     orientation.fill(kUntouched);
-    EXPECT_NE(mlcGradient(image.data(), 2, 2, magnitude.data(), orientation.data()), 0);
+    EXPECT_EQ(mlcGradient(image.data(), 2, 2, magnitude.data(), orientation.data()), 1);
     EXPECT_THAT(magnitude, Each(kUntouched));
     EXPECT_THAT(orientation, Each(kUntouched));
 }
 
 TEST(MarlocudaPortableTest, GaussianFilterFailsAndLeavesTheImage) {
     std::array<float, 4> image{1.0F, 2.0F, 3.0F, 4.0F};
-    EXPECT_NE(mlcGaussianFilter(image.data(), 2, 2, 1.6), 0);
+    EXPECT_EQ(mlcGaussianFilter(image.data(), 2, 2, 1.6), 1);
     EXPECT_THAT(image, testing::ElementsAre(1.0F, 2.0F, 3.0F, 4.0F));
 }
 
@@ -75,7 +75,7 @@ TEST(MarlocudaPortableTest, GradientPyramidFailsAndLeavesItsOutputs) {
     images[1] = pixels.data();
     const int status =
         mlcGradientPyramid(image.data(), 2, 2, images.data(), images.data(), 2, 1.6, 4);
-    EXPECT_THAT(status, testing::AllOf(testing::Ne(0), testing::Ne(2)));
+    EXPECT_EQ(status, 1);
     EXPECT_THAT(pixels, Each(kUntouched));
     EXPECT_EQ(images[1], pixels.data());
 }
@@ -85,7 +85,7 @@ TEST(MarlocudaPortableTest, HammingDistanceFailsAndLeavesItsOutputs) {
     unsigned int index = kUntouchedCount;
     unsigned int best = kUntouchedCount;
     unsigned int second = kUntouchedCount;
-    EXPECT_NE(mlcHammingDistance(rows.data(), 1, rows.data(), 1, &index, &best, &second, 16), 0);
+    EXPECT_EQ(mlcHammingDistance(rows.data(), 1, rows.data(), 1, &index, &best, &second, 16), 1);
     EXPECT_EQ(index, kUntouchedCount);
     EXPECT_EQ(best, kUntouchedCount);
     EXPECT_EQ(second, kUntouchedCount);

@@ -33,7 +33,7 @@ MARLO_GPU_FUNCTION inline int greatest(int a, int b) {
 /// repeated; for -length <= i < 2 * length. Some place of the line for what lies beyond.
 MARLO_GPU_FUNCTION inline int mirroredOnce(int i, int length) {
     if (i < 0) i = -1 - i;
-    if (i >= length) i = 2 * length - 1 - i;
+    if (i >= length) i = length - 1 - (i - length);
     return greatest(least(i, length - 1), 0);
 }
 

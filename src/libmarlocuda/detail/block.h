@@ -67,14 +67,21 @@ private:
 #endif
 };
 
-/// Blocks of a kernel that loops over its items: enough for any GPU, each then takes several.
-constexpr long long kMostBlocks = 4096;
+/// Blocks of a kernel that loops over its items, where `wanted` would leave nothing to loop over:
+/// as many as keep any GPU busy, and on the CPU as few as a test wants.
+inline long long blocksOfLoop(long long wanted) {
+#if defined(__CUDACC__)
+    constexpr long long most = 4096;
+#else
+    const long long most = CpuOrder::mostBlocks;
+#endif
+    return wanted < most ? wanted : most;
+}
 
-/// Blocks for a kernel with a thread for each item, or for every so many of them.
+/// The same for a kernel that has a thread for each item.
 template <typename Kernel>
 long long blocksFor(long long items) {
-    const long long blocks = (items + Kernel::kThreads - 1) / Kernel::kThreads;
-    return blocks < kMostBlocks ? blocks : kMostBlocks;
+    return blocksOfLoop((items + Kernel::kThreads - 1) / Kernel::kThreads);
 }
 
 /// For kernels whose threads share nothing.

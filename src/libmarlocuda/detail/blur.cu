@@ -33,10 +33,12 @@ struct BlurKernel {
     static constexpr int kCols = kTileCols + 2 * Radius;
     static constexpr int kRows = kTileRows + 2 * Radius;
     struct Shared {
-        float input[kRows][kCols];
+        union {
+            float input[kRows][kCols];
+            float output[kTileRows][kTileCols + 1];  // when the input has been used
+        };
         // An odd length: threads that read one column of 32 rows read 32 banks of memory.
         float blurredRows[kTileRows][kCols | 1];
-        float output[kTileRows][kTileCols + 1];
     };
 
     MARLO_GPU_FUNCTION void operator()(const Block<kThreads>& block, Shared& shared) const {

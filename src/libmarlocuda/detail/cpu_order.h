@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #pragma once
 
-/// In which order the CPU runs the blocks of a kernel, and in each the threads. No result may
-/// depend on it, as none may depend on what a GPU does first.
+/// In which order the CPU runs the blocks of a kernel, and in each the threads, and how many blocks
+/// share work that any number may. No result may depend on it, as none may depend on what a GPU
+/// does first.
 namespace marlo::gpu {
 
 struct CpuOrder {
     enum Kind { Forward, Backward, Shuffled };
     static inline Kind kind = Forward;
+    /// Of a kernel that loops over its items.
+    static inline long long mostBlocks = 4096;
 
     /// The i-th of `count` to run.
     static int place(int i, int count) {

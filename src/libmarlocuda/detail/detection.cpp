@@ -43,7 +43,7 @@ std::size_t Detection::count(Stream& stream) const {
     const unsigned most = std::max(keypoints, extrema);
     if (most > capacity_) {
         throw Failure(NotEnoughResources, "the image has " + std::to_string(most) +
-                                              " keypoints, the GPU has room for " +
+                                              " extrema or keypoints, there is room for " +
                                               std::to_string(capacity_));
     }
     return keypoints;

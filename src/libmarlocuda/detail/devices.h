@@ -23,6 +23,7 @@ constexpr int kLeastMinor = 5;
 struct DeviceList {
     std::vector<Device> devices;
     std::string reason;
+    bool driverFails = false;  ///< there is a driver, but it cannot list its GPUs
 };
 const DeviceList& allDevices();
 

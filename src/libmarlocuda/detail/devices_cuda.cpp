@@ -22,7 +22,8 @@ DeviceList findDevices() {
         list.devices.clear();
         int driver = 0;
         (void)cudaDriverGetVersion(&driver);
-        list.reason = driver == 0 ? "no driver is loaded" : cudaGetErrorString(error);
+        list.reason = driver == 0 ? "no NVIDIA driver was found" : cudaGetErrorString(error);
+        list.driverFails = driver != 0 && error != cudaErrorNoDevice;
         (void)cudaGetLastError();
     } else if (list.devices.empty()) {
         list.reason = "the driver knows none";
@@ -49,7 +50,7 @@ int deviceOfThisThread() {
 
 bool deviceResponds() {
     // Fails again after an error that leaves the context unusable, and after no other.
-    const bool responds = cudaFree(nullptr) == cudaSuccess;
+    const bool responds = cudaDeviceSynchronize() == cudaSuccess;
     (void)cudaGetLastError();
     return responds;
 }

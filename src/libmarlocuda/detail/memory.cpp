@@ -16,6 +16,9 @@ std::string mebibytes(std::size_t bytes) {
 }  // namespace
 
 void* WorkingMemory::atLeast(std::size_t bytes) {
+#if defined(MARLO_GPU_ON_CPU) && defined(__SANITIZE_ADDRESS__)
+    if (block_ != nullptr) __asan_unpoison_memory_region(block_, size_);
+#endif
     if (bytes <= size_) return block_;
     const std::size_t free = stream_.freeMemory() + size_;
     if (free < kReserve || bytes > free - kReserve) {

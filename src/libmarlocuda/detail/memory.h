@@ -6,6 +6,10 @@
 #include "libmarlocuda/detail/arithmetic.h"
 #include "libmarlocuda/detail/stream.h"
 
+#if defined(MARLO_GPU_ON_CPU) && defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace marlo::gpu {
 
 /// Hands out pieces of one block of the GPU's memory. Without a block it only counts: the same
@@ -20,12 +24,20 @@ public:
         constexpr std::size_t kAlignment = 256;
         const std::size_t bytes = static_cast<std::size_t>(count) * sizeof(Value);
         bytes_ += (bytes + kAlignment - 1) / kAlignment * kAlignment;
+#if defined(MARLO_GPU_ON_CPU) && defined(__SANITIZE_ADDRESS__)
+        // What lies between two pieces belongs to none: the sanitizer is told.
+        bytes_ += kAlignment;
+        if (block_ != nullptr)
+            __asan_poison_memory_region(at + bytes, block_ + bytes_ - at - bytes);
+#endif
         return reinterpret_cast<Value*>(at);
     }
     [[nodiscard]] Image takeImage(int rows, int cols) {
         return {take<float>(static_cast<long long>(rows) * cols), rows, cols};
     }
-    [[nodiscard]] std::size_t bytes() const { return bytes_; }
+    [[nodiscard]] std::size_t bytes() const {
+        return bytes_;
+    }
 
 private:
     char* block_;

@@ -215,7 +215,7 @@ void Orientations::run(Stream& stream, const Octave& octave, int octaveNumber,
                        KeypointRecord* keypoints, const unsigned* begin, unsigned* end) {
     const long long batches =
         (capacity_ + HistogramKernel::kExtrema - 1) / HistogramKernel::kExtrema;
-    stream.launch(batches < kMostBlocks ? batches : kMostBlocks,
+    stream.launch(blocksOfLoop(batches),
                   HistogramKernel{octave, extrema, extremumCount, capacity_, counts_, angles_});
     const OrientationCounts counts{counts_, extremumCount, capacity_};
     const EmitKeypoints emit{extrema,

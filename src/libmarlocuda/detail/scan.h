@@ -136,8 +136,7 @@ struct EmitKernel {
 template <typename Counts, typename Emit>
 void emitInOrder(Stream& stream, const Counts& counts, const Emit& emit, long long mostItems,
                  unsigned* totals, const unsigned* start, unsigned* end) {
-    const long long wanted = scanPieces(mostItems);
-    const long long blocks = wanted < kMostBlocks ? wanted : kMostBlocks;
+    const long long blocks = blocksOfLoop(scanPieces(mostItems));
     stream.launch(blocks, TotalsKernel<Counts>{counts, totals});
     stream.launch(1, RunningSumsKernel<Counts>{counts, totals, start, end});
     stream.launch(blocks, EmitKernel<Counts, Emit>{counts, emit, totals});

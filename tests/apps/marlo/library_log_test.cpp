@@ -83,10 +83,9 @@ TEST_F(LibraryLogTest, FailuresOfTheGpuAreOneWarningForEachCause) {
     write(Level::Warning, "CudaException catch : Cuda processing error.. Falling back to CPU code");
     write(Level::Warning, "CudaException catch : Cuda processing error.");
     write(Level::Information, "CudaException catch : Not enough resources for the detector.");
-    const std::string start =
-        "warning: the GPU failed, and the CPU does its work, with the same results: ";
-    EXPECT_EQ(warnings(), start + "Cuda processing error.\n" + start +
-                              "Not enough resources for the detector.\n");
+    const std::string start = "warning: the GPU failed, and the CPU does its work: ";
+    EXPECT_EQ(warnings(), start + "Cuda processing error. (stand-in GPU)\n" + start +
+                              "Not enough resources for the detector. (stand-in GPU)\n");
     EXPECT_NO_THROW(LibraryLog::throwErrors());
 }
 

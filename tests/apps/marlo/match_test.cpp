@@ -765,11 +765,35 @@ TEST_F(GpuMatchTest, FailureOfTheGpuIsOneWarningForAllPairs) {
     EXPECT_EQ(outcome.failed, 0U);
     EXPECT_EQ(calls, 3);
     const std::string warning =
-        "warning: the GPU failed, and the CPU does its work, with the same results: Cuda "
-        "processing error.\n";
+        "warning: the GPU failed, and the CPU does its work: Cuda processing error. (two-core test "
+        "GPU)\n";
     const std::size_t at = said.str().find(warning);
     ASSERT_NE(at, std::string::npos) << said.str();
     EXPECT_EQ(said.str().find("warning", at + 1), std::string::npos) << said.str();
+}
+
+TEST_F(GpuMatchTest, SearchThatTheGpuFailsAtIsOneWarningForAllPairs) {
+    registerMainDescriptorMatchers();  // the library's own matcher of the GPU
+    haveGpu();
+    gpu.hammingDistance.status = 3;
+    for (const char* const name : {"d.jpg", "e.jpg", "f.jpg"}) add(name, codes(1030, 0, 20));
+    const Outcome outcome = run();
+    EXPECT_EQ(outcome.failed, 0U);
+    EXPECT_EQ(gpu.calls<test::HammingDistanceCall>().size(), 3U);
+    const std::string warning =
+        "warning: the GPU failed, and the CPU does its work: (two-core test GPU)\n";
+    const std::size_t at = said.str().find(warning);
+    ASSERT_NE(at, std::string::npos) << said.str();
+    EXPECT_EQ(said.str().find("warning", at + 1), std::string::npos) << said.str();
+}
+
+TEST_F(GpuMatchTest, FewRowsAreMatchedOnTheCpuWithoutAWarning) {
+    registerMainDescriptorMatchers();
+    haveGpu();
+    gpu.hammingDistance.status = 3;
+    EXPECT_EQ(run().done, 1U);
+    EXPECT_TRUE(gpu.calls<test::HammingDistanceCall>().empty());
+    EXPECT_THAT(said.str(), Not(HasSubstr("warning")));
 }
 
 }  // namespace

@@ -38,6 +38,7 @@ GpuOnCpu& GpuOnCpu::instance() {
 void GpuOnCpu::reset() {
     list.devices = {{"GPU on CPU", 9, 0, std::size_t{8} << 30}};
     list.reason.clear();
+    list.driverFails = false;
     deviceOfThread = 0;
     memory = std::size_t{8} << 30;
     failingOperation = -1;

@@ -43,6 +43,7 @@ protected:
     void TearDown() override {
         cuda::setProcessingEnabled(true);
         CpuOrder::kind = CpuOrder::Forward;
+        CpuOrder::mostBlocks = 4096;
     }
 
     int detect() {
@@ -174,6 +175,29 @@ TEST_F(MarlocudaTest, AllocatesNothingForAnImageThatDoesNotFit) {
     EXPECT_EQ(activeDevice(), "GPU on CPU (compute capability 9.0, 8192 MiB)");
 }
 
+TEST_F(MarlocudaTest, CountsTheMemoryThatItHoldsAsFree) {
+    ASSERT_EQ(detect(), 0);
+    const FloatImage larger = noiseImage(200, 200, 6, 0.0F, 255.0F);
+    gpu::MemoryPlan needed;
+    (void)gpu::Detection(needed, 200, 200, gpu::mostKeypoints(200, 200));
+    gpu.memory = needed.bytes() + (std::size_t{64} << 20);
+    EXPECT_FALSE(gpuKeypoints(larger).empty());
+    gpu::Session::endOfThisThread();
+    --gpu.memory;
+    std::vector<Keypoint> room(mlcMaximumKeypointsLDAH(200, 200));
+    EXPECT_EQ(mlcDetectLdah(larger.data(), 200, 200, room.data(), &count), 2);
+}
+
+TEST_F(MarlocudaTest, SaysThatTheDriverFails) {
+    gpu.list.devices.clear();
+    gpu.list.reason = "the driver is too old";
+    gpu.list.driverFails = true;
+    std::vector<std::string> devices;
+    cuda::getDeviceStrings(devices);
+    EXPECT_THAT(devices, ElementsAre("unknown GPU, not usable: the driver is too old"));
+    EXPECT_FALSE(cuda::isFeatureAvailable());
+}
+
 TEST_F(MarlocudaTest, SaysThatAllocatingFailed) {
     gpu.failsToAllocate = true;
     EXPECT_EQ(detect(), 2);
@@ -256,9 +280,10 @@ private:
     [[nodiscard]] std::uint64_t cols() const { return static_cast<std::uint64_t>(image.cols()); }
 };
 
-TEST_F(MarlocudaTest, NoResultDependsOnWhichThreadOrBlockComesFirst) {
+TEST_F(MarlocudaTest, NoResultDependsOnWhichThreadOrBlockComesFirstOrHowManyBlocksThereAre) {
     const auto runIn = [](CpuOrder::Kind order, Calls& calls) {
         CpuOrder::kind = order;
+        CpuOrder::mostBlocks = order == CpuOrder::Forward ? 4096 : 3;
         for (const auto call : Calls::kAll) EXPECT_EQ((calls.*call)(), 0);
     };
     for (const FloatImage& scene : {FloatImage(photographLikeImage(150, 180, 3) * 255.0F),
@@ -298,6 +323,7 @@ TEST_F(MarlocudaTest, AFailureAtAnyMomentBecomesAStatusAndTheNextCallWorks) {
             Calls again(small);
             EXPECT_EQ((again.*call)(), 0);
             EXPECT_TRUE(again == expected);
+            EXPECT_EQ(gpu.streams, 1) << "the next call begins with a new stream";
         }
     }
 }
@@ -338,7 +364,7 @@ TEST_F(MarlocudaTest, RefusesMoreKeypointsThanThereIsRoomForAndCutsNone) {
     ASSERT_EQ(detect(), 0);
     ASSERT_GT(count, 20U);
     const auto found = static_cast<long long>(count);
-    EXPECT_EQ(detectWithRoomFor(found), count);
+    EXPECT_EQ(detectWithRoomFor(found + 100), count);
     for (const long long capacity : {found - 1, found / 2, 1LL}) {
         try {
             (void)detectWithRoomFor(capacity);
@@ -346,9 +372,30 @@ TEST_F(MarlocudaTest, RefusesMoreKeypointsThanThereIsRoomForAndCutsNone) {
         } catch (const gpu::Failure& failure) {
             EXPECT_EQ(failure.status(), 2);
             EXPECT_THAT(failure.what(),
-                        HasSubstr("keypoints, the GPU has room for " + std::to_string(capacity)));
+                        HasSubstr("keypoints, there is room for " + std::to_string(capacity)));
         }
     }
+}
+
+TEST_F(MarlocudaTest, RefusesMoreExtremaThanThereIsRoomForAlthoughTheKeypointsWouldFit) {
+    // Many candidates end at pixels that others have.
+    const FloatImage disc = discImage(36, 176, 0.0F, 65535.0F);
+    const std::size_t keypointCount = gpuKeypoints(disc).size();
+    ASSERT_GT(keypointCount, 0U);
+    gpu::Stream stream;
+    gpu::WorkingMemory memory(stream);
+    const auto detectWithRoomFor = [&](std::size_t keypointsWithRoom) {
+        const auto capacity = static_cast<long long>(keypointsWithRoom);
+        gpu::MemoryPlan needed;
+        (void)gpu::Detection(needed, 36, 176, capacity);
+        gpu::MemoryPlan plan(memory.atLeast(needed.bytes()));
+        gpu::Detection detection(plan, 36, 176, capacity);
+        stream.upload(detection.input().data, disc.data(), 36 * 176 * sizeof(float));
+        detection.run(stream);
+        return detection.count(stream);
+    };
+    EXPECT_THROW((void)detectWithRoomFor(keypointCount), gpu::Failure);
+    EXPECT_EQ(detectWithRoomFor(4 * keypointCount), keypointCount);
 }
 
 // Last: nothing works after it in this process.

@@ -15,7 +15,7 @@ namespace marlo {
 /// DescMatcherDistFrac whose nearest and second-nearest rows the GPU library finds: the same
 /// parameters, the same matches in the same order.
 ///
-/// The GPU is asked where it pays and can read the rows: binary rows, at least 1024 on either side,
+/// The GPU is asked where it pays and can read the rows: binary rows, at least 1024 on each side,
 /// of one width and stored without gaps. Everything else, and what the GPU fails at, goes to the
 /// CPU without a word, and what DescMatcherDistFrac says about the number of threads holds then;
 /// kernelName() tells which of the two it was.

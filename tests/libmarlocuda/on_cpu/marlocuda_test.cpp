@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "libmarlocuda/detail/session.h"
 #include "libmarlocuda/keypoint_agreement.h"
 #include "libmarlocuda/on_cpu/gpu_on_cpu.h"
+#include "utilities/keypoint_fields.h"
 #include "utilities/synthetic_images.h"
 
 /// The entry points with a GPU that has as much memory, and fails when, a test says so.
@@ -250,13 +250,11 @@ struct Calls {
                                         &Calls::gradientPyramid, &Calls::hamming};
 
     bool operator==(const Calls& other) const {
-        return keypoints.size() == other.keypoints.size() &&
-               std::memcmp(keypoints.data(), other.keypoints.data(),
-                           keypoints.size() * sizeof(Keypoint)) == 0 &&
-               count == other.count && sameBits(magnitude, other.magnitude) &&
-               sameBits(orientation, other.orientation) && sameBits(filtered, other.filtered) &&
-               sameBits(longFiltered, other.longFiltered) && pyramid == other.pyramid &&
-               index == other.index && best == other.best && second == other.second;
+        return fieldsOf(keypoints) == fieldsOf(other.keypoints) && count == other.count &&
+               sameBits(magnitude, other.magnitude) && sameBits(orientation, other.orientation) &&
+               sameBits(filtered, other.filtered) && sameBits(longFiltered, other.longFiltered) &&
+               pyramid == other.pyramid && index == other.index && best == other.best &&
+               second == other.second;
     }
 
     static constexpr float kMark = 42.0F;

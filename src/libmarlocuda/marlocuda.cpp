@@ -2,7 +2,6 @@
 #include "libmarlocuda/marlocuda.h"
 
 #include <atomic>
-#include <cmath>
 #include <exception>
 #include <limits>
 #include <new>

@@ -12,7 +12,7 @@
 namespace marlo::gpu {
 
 /// Keypoints that there is room for: one for every 32 pixels, and some more. Photographs have one
-/// for 130 to 400, the densest random dots one for 42. Smooth images of huge values, whose rounding
+/// for 134 to 330, the densest random dots one for 42. Smooth images of huge values, whose rounding
 /// alone makes extrema, may have more; they are refused.
 constexpr long long mostKeypoints(long long rows, long long cols) {
     constexpr long long kPixelsOfKeypoint = 32;
